@@ -1,0 +1,22 @@
+// The gate that refuses a package not started by the install manager.
+#include "frame/frame.h"
+
+#include <sstream>
+
+extern "C" UINT __stdcall LaunchedFromFerrule(MSIHANDLE hInstall)
+{
+    wchar_t value[kPropertyChars];
+    DWORD count = kPropertyChars;
+    if (MsiGetPropertyW(hInstall, L"LAUNCHED_FROM_FERRULE", value, &count) == ERROR_SUCCESS &&
+        FindNoCase(value, L"1") == 0) {
+        LogMessage(hInstall, L"TESSEL_CA Launched from Ferrule: %s \n", value);
+        return kResultSuccess;
+    }
+
+    LogMessage(hInstall, L"TESSEL_CA Not Launched from Ferrule and unable to get property");
+    std::wostringstream message;
+    message << L"This package requires Orvel Installer Setup.\nPlease obtain and install Orvel Installer from "
+            << kMakerWebSite << L" to continue installing this package.\nThis application will now abort.";
+    ShowUserMessage(hInstall, message.str(), 0);
+    return kResultNotFromInstallManager;
+}

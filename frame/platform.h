@@ -1,0 +1,19 @@
+// Questions the actions ask of the machine: which Windows, which bitness,
+// where the special folders and the maker's software are.
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+
+// OSVERSIONINFOW's size member as the queries set it.
+const DWORD kOsVersionInfoSize = 276;
+
+bool GetOSVersion(OSVERSIONINFOW* info);
+bool Is64BitOS();
+BOOL IsWow64();
+bool IsWindows7();
+std::wstring GetBinDirName();
+std::wstring GetInstallDir();
+bool GetINSTFolder(std::wstring& path);
+bool GetSpecialFolder(int csidl, std::wstring& path);

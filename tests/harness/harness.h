@@ -1,0 +1,103 @@
+// The test harness: a real Windows Installer session per test, the installer's
+// log as it sees it, exports called by name from the built DLL, and a clean
+// machine before and after every test.
+#pragma once
+
+#include <windows.h>
+#include <msi.h>
+#include <msiquery.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace harness {
+
+struct Row {
+    std::wstring name;
+    std::wstring value;
+};
+typedef std::vector<Row> Rows;
+
+// A package built in the temp folder and opened as a session. `properties` go
+// into the Property table, `kestraRows` into Kestra_InstallProperties.
+class Session {
+public:
+    Session(std::initializer_list<Row> properties = {}, std::initializer_list<Row> kestraRows = {})
+        : Session(Rows(properties), Rows(kestraRows)) {}
+    Session(const Rows& properties, const Rows& kestraRows);
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    MSIHANDLE handle() const { return handle_; }
+
+    // Calls an export of Tessel_CA.dll with this session, as the installer does.
+    UINT Call(const char* exportName);
+
+    std::wstring Property(const std::wstring& name) const;
+    void SetProperty(const std::wstring& name, const std::wstring& value);
+    // What a deferred action receives.
+    void SetCustomActionData(const std::wstring& value) { SetProperty(L"CustomActionData", value); }
+
+    // INFO lines the library wrote, in order (the installer's own banner left out).
+    std::vector<std::wstring> Log() const;
+    // USER messages, in order.
+    const std::vector<std::wstring>& UserMessages() const { return userMessages_; }
+    // Every INFO line as the installer sent it, banner included.
+    const std::vector<std::wstring>& RawLog() const { return infoLines_; }
+
+private:
+    static INT CALLBACK OnMessage(LPVOID context, UINT type, LPCWSTR text);
+
+    std::wstring path_;
+    MSIHANDLE handle_;
+    INSTALLUI_HANDLERW previousHandler_;
+    std::vector<std::wstring> infoLines_;
+    std::vector<std::wstring> userMessages_;
+};
+
+// The built Tessel_CA.dll, loaded once per test program from beside it.
+HMODULE TesselDll();
+typedef UINT(__stdcall* ActionFn)(MSIHANDLE);
+ActionFn Export(const char* name);
+
+// What the library's actions may touch on this machine. Cleared before and
+// after each test so that no test sees another's leftovers.
+class MachineState {
+public:
+    static void Clear();
+};
+
+// The base of every test that touches the machine or opens a session.
+class ActionTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+};
+
+// Registry helpers for setting up and checking state; both take an
+// explicit view (0, KEY_WOW64_32KEY or KEY_WOW64_64KEY).
+void WriteRegString(HKEY root, const std::wstring& key, const std::wstring& name, const std::wstring& value,
+                    REGSAM view = 0);
+bool ReadRegString(HKEY root, const std::wstring& key, const std::wstring& name, std::wstring& value,
+                   REGSAM view = 0);
+void DeleteRegTree(HKEY root, const std::wstring& key, REGSAM view = 0);
+
+// Folder of the running test program, with a trailing backslash.
+std::wstring ProgramFolder();
+
+// A string of `count` copies of `c`.
+inline std::wstring Repeat(wchar_t c, size_t count) { return std::wstring(count, c); }
+
+// Runs a program to its end; returns its exit code.
+DWORD RunToExit(const std::wstring& commandLine);
+
+// The recording program: copies of it append their command line to the file
+// RecordFileFor(their path). Installing a copy clears its record.
+void InstallRecorder(const std::wstring& targetPath);
+std::wstring RecordFileFor(const std::wstring& programPath);
+std::vector<std::wstring> RecordedCommandLines(const std::wstring& programPath);
+
+}  // namespace harness

@@ -1,0 +1,168 @@
+// A real installer session per test, built the way Windows Installer's own
+// conformance tests build theirs.
+#include "harness/harness.h"
+
+#include <msidefs.h>
+#include <objbase.h>
+
+#include <stdexcept>
+
+namespace harness {
+
+namespace {
+
+void Check(UINT result, const char* what)
+{
+    if (result != ERROR_SUCCESS)
+        throw std::runtime_error(std::string(what) + " failed with " + std::to_string(result));
+}
+
+void Execute(MSIHANDLE database, const wchar_t* query, MSIHANDLE parameters = 0)
+{
+    PMSIHANDLE view;
+    Check(MsiDatabaseOpenViewW(database, query, &view), "MsiDatabaseOpenViewW");
+    Check(MsiViewExecute(view, parameters), "MsiViewExecute");
+    MsiViewClose(view);
+}
+
+void CreatePairTable(MSIHANDLE database, const std::wstring& table, const std::wstring& keyColumn,
+                     const Rows& rows)
+{
+    std::wstring create = L"CREATE TABLE `" + table + L"` (`" + keyColumn +
+                          L"` CHAR(72) NOT NULL, `Value` CHAR(0) PRIMARY KEY `" + keyColumn + L"`)";
+    Execute(database, create.c_str());
+    std::wstring insert = L"INSERT INTO `" + table + L"` (`" + keyColumn + L"`, `Value`) VALUES (?, ?)";
+    for (const auto& row : rows) {
+        PMSIHANDLE record = MsiCreateRecord(2);
+        MsiRecordSetStringW(record, 1, row.name.c_str());
+        MsiRecordSetStringW(record, 2, row.value.c_str());
+        Execute(database, insert.c_str(), record);
+    }
+}
+
+void WriteSummary(MSIHANDLE database)
+{
+    PMSIHANDLE summary;
+    Check(MsiGetSummaryInformationW(database, NULL, 20, &summary), "MsiGetSummaryInformationW");
+    GUID guid;
+    CoCreateGuid(&guid);
+    wchar_t revision[40];
+    StringFromGUID2(guid, revision, 40);
+    Check(MsiSummaryInfoSetPropertyW(summary, PID_TEMPLATE, VT_LPSTR, 0, NULL, L"x64;1033"), "template");
+    Check(MsiSummaryInfoSetPropertyW(summary, PID_REVNUMBER, VT_LPSTR, 0, NULL, revision), "revision");
+    Check(MsiSummaryInfoSetPropertyW(summary, PID_PAGECOUNT, VT_I4, 200, NULL, NULL), "page count");
+    Check(MsiSummaryInfoSetPropertyW(summary, PID_WORDCOUNT, VT_I4, 2, NULL, NULL), "word count");
+    Check(MsiSummaryInfoPersist(summary), "MsiSummaryInfoPersist");
+}
+
+std::wstring TempPackagePath()
+{
+    wchar_t folder[MAX_PATH];
+    wchar_t path[MAX_PATH];
+    GetTempPathW(MAX_PATH, folder);
+    GetTempFileNameW(folder, L"tca", 0, path);
+    DeleteFileW(path);
+    return path;
+}
+
+}  // namespace
+
+Session::Session(const Rows& properties, const Rows& kestraRows)
+    : path_(TempPackagePath()), handle_(0), previousHandler_(NULL)
+{
+    {
+        PMSIHANDLE database;
+        Check(MsiOpenDatabaseW(path_.c_str(), MSIDBOPEN_CREATE, &database), "MsiOpenDatabaseW");
+        CreatePairTable(database, L"Property", L"Property", properties);
+        CreatePairTable(database, L"Kestra_InstallProperties", L"Property", kestraRows);
+        WriteSummary(database);
+        Check(MsiDatabaseCommit(database), "MsiDatabaseCommit");
+    }
+    MsiSetInternalUI(INSTALLUILEVEL_NONE, NULL);
+    previousHandler_ = MsiSetExternalUIW(OnMessage, INSTALLLOGMODE_INFO | INSTALLLOGMODE_USER, this);
+    Check(MsiOpenPackageExW(path_.c_str(), MSIOPENPACKAGEFLAGS_IGNOREMACHINESTATE, &handle_),
+          "MsiOpenPackageExW");
+}
+
+Session::~Session()
+{
+    MsiCloseHandle(handle_);
+    MsiSetExternalUIW(previousHandler_, 0, NULL);
+    DeleteFileW(path_.c_str());
+}
+
+INT CALLBACK Session::OnMessage(LPVOID context, UINT type, LPCWSTR text)
+{
+    Session* session = static_cast<Session*>(context);
+    std::wstring line = text ? text : L"";
+    switch (type & 0xFF000000) {
+    case INSTALLMESSAGE_INFO:
+        session->infoLines_.push_back(line);
+        break;
+    case INSTALLMESSAGE_USER:
+        session->userMessages_.push_back(line);
+        break;
+    default:
+        return 0;
+    }
+    return IDOK;
+}
+
+UINT Session::Call(const char* exportName)
+{
+    return Export(exportName)(handle_);
+}
+
+std::wstring Session::Property(const std::wstring& name) const
+{
+    DWORD count = 0;
+    wchar_t empty[1] = L"";
+    UINT result = MsiGetPropertyW(handle_, name.c_str(), empty, &count);
+    if (result != ERROR_MORE_DATA)
+        return std::wstring();
+    std::wstring value(count + 1, L'\0');
+    count += 1;
+    Check(MsiGetPropertyW(handle_, name.c_str(), &value[0], &count), "MsiGetPropertyW");
+    value.resize(count);
+    return value;
+}
+
+void Session::SetProperty(const std::wstring& name, const std::wstring& value)
+{
+    Check(MsiSetPropertyW(handle_, name.c_str(), value.c_str()), "MsiSetPropertyW");
+}
+
+std::vector<std::wstring> Session::Log() const
+{
+    std::vector<std::wstring> lines;
+    for (const std::wstring& line : infoLines_)
+        if (line.compare(0, 4, L"=== ") != 0)
+            lines.push_back(line);
+    return lines;
+}
+
+HMODULE TesselDll()
+{
+    static HMODULE module = LoadLibraryW((ProgramFolder() + L"Tessel_CA.dll").c_str());
+    if (module == NULL)
+        throw std::runtime_error("Tessel_CA.dll could not be loaded");
+    return module;
+}
+
+ActionFn Export(const char* name)
+{
+    ActionFn action = reinterpret_cast<ActionFn>(reinterpret_cast<void*>(GetProcAddress(TesselDll(), name)));
+    if (action == NULL)
+        throw std::runtime_error(std::string("Tessel_CA.dll has no export ") + name);
+    return action;
+}
+
+std::wstring ProgramFolder()
+{
+    wchar_t path[MAX_PATH];
+    DWORD length = GetModuleFileNameW(NULL, path, MAX_PATH);
+    std::wstring folder(path, length);
+    return folder.substr(0, folder.find_last_of(L'\\') + 1);
+}
+
+}  // namespace harness
