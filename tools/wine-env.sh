@@ -80,3 +80,16 @@ tessel_stage_programs() {
 tessel_staged_path() {
   printf 'C:\\tessel\\bin\\%s' "$(basename "$1")"
 }
+
+# Keeps one wineserver for the whole run: a cold start costs seconds per
+# program. The prefix's services are booted once with every stream
+# detached, or a service would hold the caller's output pipe open for ever.
+tessel_warm_start() {
+  tessel_ensure_prefix
+  "$tessel_wineserver" -p </dev/null >/dev/null 2>&1
+  "$tessel_wine" wineboot </dev/null >/dev/null 2>&1
+}
+
+tessel_warm_stop() {
+  "$tessel_wineserver" -k </dev/null >/dev/null 2>&1 || true
+}

@@ -1,0 +1,59 @@
+#!/usr/bin/env bash
+# Installs and removes the demo suite package with Wine's msiexec, tries an
+# install that the install manager did not start, and prints a report of
+# what the library's actions did.
+# Usage: tools/demo.sh BUILD_DIR [OUT_DIR]
+set -euo pipefail
+tools=$(cd "$(dirname "$0")" && pwd)
+source "$tools/wine-env.sh" "$1"
+out=${2:-$tessel_build/demo}
+msi="$tessel_build/package/TesselDemo.msi"
+[ -f "$msi" ] || { echo "no $msi: build first" >&2; exit 1; }
+
+rm -rf "$out"
+mkdir -p "$out"
+tessel_ensure_prefix
+demo_dir="$WINEPREFIX/drive_c/tessel/demo"
+rm -rf "$demo_dir"
+mkdir -p "$demo_dir"
+cp "$msi" "$demo_dir/TesselDemo.msi"
+cp "$msi" "$out/TesselDemo.msi"
+
+# The machine as the report compares it: the registry and the files the
+# package or its actions may change.
+snapshot() {
+  local name=$1
+  (cd "$demo_dir" &&
+    "$tessel_wine" reg export 'HKLM\SOFTWARE' 'C:\tessel\demo\hklm.reg' /y &&
+    "$tessel_wine" reg export 'HKCU\Software' 'C:\tessel\demo\hkcu.reg' /y) >/dev/null 2>&1
+  cat "$demo_dir/hklm.reg" "$demo_dir/hkcu.reg" > "$out/$name.reg"
+  (cd "$WINEPREFIX/drive_c" &&
+    find . \( -path ./windows -o -path ./tessel -o -path './users/*/Temp' -o -path './users/*/AppData/Local/Temp' \) -prune \
+      -o -print | sort) > "$out/$name.files"
+}
+
+# Runs msiexec through cmd, which can tell its whole exit code (a process's
+# status on Linux keeps only the low byte). msiexec's own error lines carry
+# the results it refused ("Invalid Return Code").
+msiexec() {
+  local name=$1
+  shift
+  (cd "$demo_dir" && WINEDEBUG=-all,err+msi "$tessel_wine" cmd /v:on /c \
+    "msiexec $* /qn /l*v C:\\tessel\\demo\\$name.log & echo exit=!errorlevel!") \
+    </dev/null >"$out/$name.out" 2>"$out/$name.err" || true
+  sed -n 's/^exit=\([0-9]*\).*/\1/p' "$out/$name.out" > "$out/$name.rc"
+  cp "$demo_dir/$name.log" "$out/$name.log" 2>/dev/null || : > "$out/$name.log"
+}
+
+trap tessel_warm_stop EXIT
+tessel_warm_start
+
+snapshot before
+msiexec install /i 'C:\tessel\demo\TesselDemo.msi' LAUNCHED_FROM_FERRULE=1
+snapshot installed
+msiexec remove /x 'C:\tessel\demo\TesselDemo.msi'
+snapshot removed
+msiexec refused /i 'C:\tessel\demo\TesselDemo.msi'
+snapshot refused
+
+python3 "$tools/demo_report.py" "$out" | tee "$out/report.txt"

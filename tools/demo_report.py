@@ -1,0 +1,140 @@
+#!/usr/bin/env python3
+"""Turns the demo's installer logs and machine snapshots into a readable report.
+
+The library's actions are read from the package's own CustomAction table, so
+adding an action to the package needs no change here.
+Usage: demo_report.py OUT_DIR   (the folder tools/demo.sh filled)
+"""
+import os
+import re
+import subprocess
+import sys
+
+# CustomAction types: a DLL stored in the Binary table, and "ignore the result".
+DLL_IN_BINARY = 0x01
+CONTINUE = 0x40
+# The installer's "Return value" of an action: Windows writes 1 for success and
+# 3 for failure, Wine 1 and 0.
+INSTALLER_RESULTS = {"1": "0", "2": "1602", "3": "1603", "0": "1603"}
+
+RUNS = [
+    ("install", "Install started by the install manager (LAUNCHED_FROM_FERRULE=1)", "before", "installed"),
+    ("remove", "Removal", "installed", "removed"),
+    ("refused", "Install started without the install manager", "removed", "refused"),
+]
+
+
+def library_actions(msi):
+    """Custom actions whose code is a DLL export: name -> (export, ignored)."""
+    text = subprocess.run(["msiinfo", "export", msi, "CustomAction"], check=True,
+                          capture_output=True, text=True).stdout
+    actions = {}
+    for line in text.splitlines()[3:]:
+        fields = line.split("\t")
+        if len(fields) >= 4 and fields[1].isdigit():
+            kind = int(fields[1])
+            if kind & 0x3F == DLL_IN_BINARY:
+                actions[fields[0]] = (fields[3], bool(kind & CONTINUE))
+    return actions
+
+
+def read_text(path):
+    with open(path, "rb") as f:
+        data = f.read()
+    if data.startswith(b"\xff\xfe"):
+        return data.decode("utf-16")
+    return data.decode("utf-8", errors="replace")
+
+
+def action_runs(log, actions):
+    """(action, installer's return value, lines the action logged), in order."""
+    runs = []
+    current = None
+    for line in log.splitlines():
+        started = re.match(r"Action start [\d:]+: (\w+)\.$", line)
+        ended = re.match(r"Action ended [\d:]+: (\w+)\. Return value (\d+)\.$", line)
+        if started:
+            current = [started.group(1), None, []] if started.group(1) in actions else None
+        elif ended and current and ended.group(1) == current[0]:
+            current[1] = ended.group(2)
+            runs.append(current)
+            current = None
+        elif current is not None and line.strip():
+            current[2].append(line)
+    return runs
+
+
+def refused_result(err):
+    """(action, code) when msiexec stopped on a result it does not know."""
+    code = re.search(r"[Ii]nvalid Return Code (\d+)", err)
+    halted = re.search(r'Execution halted, action L"(\w+)"', err)
+    return (halted.group(1), code.group(1)) if code and halted else (None, None)
+
+
+def result_text(action, installer_value, ignored, refused):
+    if ignored:
+        return "result not read (Return=\"ignore\")"
+    if refused[0] == action:
+        return "result " + refused[1]
+    return "result " + INSTALLER_RESULTS.get(installer_value, "installer value " + installer_value)
+
+
+def reg_entries(path):
+    """Registry export as a set of 'key' and 'key: value' lines."""
+    entries = set()
+    key = None
+    for line in read_text(path).splitlines():
+        if line.startswith("[") and line.endswith("]"):
+            key = line[1:-1]
+            entries.add(key)
+        elif key and line and not line.startswith(";") and "=" in line:
+            entries.add(key + ": " + line)
+    return entries
+
+
+def machine_changes(out, before, after):
+    changes = []
+    old_files = set(read_text(os.path.join(out, before + ".files")).splitlines())
+    new_files = set(read_text(os.path.join(out, after + ".files")).splitlines())
+    for path in sorted(new_files - old_files):
+        changes.append("+ C:" + path[1:].replace("/", "\\"))
+    for path in sorted(old_files - new_files):
+        changes.append("- C:" + path[1:].replace("/", "\\"))
+    old_reg = reg_entries(os.path.join(out, before + ".reg"))
+    new_reg = reg_entries(os.path.join(out, after + ".reg"))
+    # The installer's own records of the product are counted, not listed.
+    def own(entry):
+        return "\\Installer\\" in entry or "\\Uninstall\\" in entry
+    added, removed = new_reg - old_reg, old_reg - new_reg
+    changes += ["+ " + e for e in sorted(added) if not own(e)]
+    changes += ["- " + e for e in sorted(removed) if not own(e)]
+    bookkeeping = sum(1 for e in added if own(e)), sum(1 for e in removed if own(e))
+    if any(bookkeeping):
+        changes.append("  (the installer's own product records: %d entries added, %d removed)" % bookkeeping)
+    return changes
+
+
+def main():
+    out = sys.argv[1]
+    actions = library_actions(os.path.join(out, "TesselDemo.msi"))
+    print("Tessel_CA demo: the suite package installed and removed under Wine's msiexec")
+    for name, title, before, after in RUNS:
+        rc = read_text(os.path.join(out, name + ".rc")).strip() or "?"
+        refused = refused_result(read_text(os.path.join(out, name + ".err")))
+        print()
+        print("== %s: msiexec exit code %s" % (title, rc))
+        log = read_text(os.path.join(out, name + ".log"))
+        for action, value, lines in action_runs(log, actions):
+            export, ignored = actions[action]
+            label = action if action == export else "%s (%s)" % (action, export)
+            print("  %-40s %s" % (label, result_text(action, value, ignored, refused)))
+            for line in lines:
+                print("      | " + line)
+        changes = machine_changes(out, before, after)
+        print("  machine changes:" + ("" if changes else " none"))
+        for change in changes:
+            print("      " + change)
+
+
+if __name__ == "__main__":
+    main()
