@@ -180,3 +180,84 @@ TEST_F(HandOffTest, SetFerruleKestraPidWithoutTheRowFailsWith1603)
 }
 
 }  // namespace
+
+namespace {
+
+using harness::RefusedPropertySets;
+
+TEST_F(HandOffTest, SetInstallDirStillSetsUpdateCfgWhenDeleteFerruleDirFails)
+{
+    Session session({{L"INSTALLDIR", kInstallDir}});
+    {
+        RefusedPropertySets refused({L"DeleteFerruleDir"});
+        EXPECT_EQ(1603u, session.Call("SetInstallDir"));
+    }
+    EXPECT_EQ(L"", session.Property(L"DeleteFerruleDir"));
+    EXPECT_EQ(kInstallDir, session.Property(L"UpdateCfg"));
+    EXPECT_THAT(session.Log(),
+                ElementsAre(L"Tessel_CA SetInstallDir() start",
+                            L"Tessel_CA DeleteFerruleDir SetInstallDir() failed to set Pid in CustomActionData",
+                            L"Tessel_CA UpdateCfg SetInstallDir(), " + std::wstring(kInstallDir) +
+                                L" should be set in CustomActionData \n"));
+
+    Session second({{L"INSTALLDIR", kInstallDir}});
+    RefusedPropertySets refusedBoth({L"DeleteFerruleDir", L"UpdateCfg"});
+    EXPECT_EQ(1603u, second.Call("SetInstallDir"));
+    EXPECT_THAT(second.Log(),
+                ElementsAre(L"Tessel_CA SetInstallDir() start",
+                            L"Tessel_CA DeleteFerruleDir SetInstallDir() failed to set Pid in CustomActionData",
+                            L"Tessel_CA UpdateCfg SetInstallDir() failed to set Pid in CustomActionData"));
+}
+
+TEST_F(HandOffTest, GetInstallProxyDirsResultFollowsTheSecondTargetAlone)
+{
+    Session first({{L"INSTALLDIR", kInstallDir}});
+    {
+        RefusedPropertySets refused({L"LaunchInstallProxyExe"});
+        EXPECT_EQ(1u, first.Call("GetInstallProxyDir"));
+    }
+    EXPECT_EQ(kInstallDir, first.Property(L"SetInstallProxyReg"));
+    EXPECT_THAT(first.Log(),
+                ElementsAre(L"Tessel_CA GetInstallProxyDir() start",
+                            L"Tessel_CA LaunchInstallProxyExe failed to set Pid in CustomActionData",
+                            L"Tessel_CA SetInstallProxyReg, " + std::wstring(kInstallDir) +
+                                L" should be set in CustomActionData \n"));
+
+    Session second({{L"INSTALLDIR", kInstallDir}});
+    RefusedPropertySets refused({L"SetInstallProxyReg"});
+    EXPECT_EQ(0u, second.Call("GetInstallProxyDir"));
+    EXPECT_EQ(kInstallDir, second.Property(L"LaunchInstallProxyExe"));
+    EXPECT_THAT(second.Log(),
+                ElementsAre(L"Tessel_CA GetInstallProxyDir() start",
+                            L"Tessel_CA LaunchInstallProxyExe, " + std::wstring(kInstallDir) +
+                                L" should be set in CustomActionData \n",
+                            L"Tessel_CA SetInstallProxyReg failed to set Pid in CustomActionData"));
+}
+
+TEST_F(HandOffTest, TheOneTargetFamilyReportsAFailedSet)
+{
+    const wchar_t* setFailures[] = {
+        L"Tessel_CA DeleteInstallVane failed to set Pid in CustomActionData",
+        L"Tessel_CA DeleteInstallTracewell failed to be set in CustomActionData",
+        L"Tessel_CA DeleteInstallSorrel failed to set Pid in CustomActionData",
+        L"Tessel_CA DeleteUSBMONDir failed to set Installdir in CustomActionData",
+    };
+    for (size_t i = 0; i < 4; ++i) {
+        const OneTarget& family = kOneTargetFamily[i];
+        Session session({{L"INSTALLDIR", kInstallDir}});
+        RefusedPropertySets refused({family.target});
+        EXPECT_EQ(family.failure, session.Call(family.action)) << family.action;
+        EXPECT_THAT(session.Log(), ElementsAre(family.start, setFailures[i]));
+    }
+}
+
+TEST_F(HandOffTest, SetFerruleKestraPidFailsWith1603WhenCleanRegistryCannotBeSet)
+{
+    Session session({}, {{L"Kestra_PID", L"pid"}});
+    RefusedPropertySets refused({L"CleanRegistry"});
+    EXPECT_EQ(1603u, session.Call("SetFerruleKestraPid"));
+    EXPECT_EQ(L"Tessel_CA SetFerruleKestraPid() failed to set Pid in CustomActionData", session.Log().back());
+    EXPECT_EQ(4u, session.Log().size());
+}
+
+}  // namespace

@@ -63,6 +63,15 @@ HMODULE TesselDll();
 typedef UINT(__stdcall* ActionFn)(MSIHANDLE);
 ActionFn Export(const char* name);
 
+// While alive, Tessel_CA.dll's MsiSetPropertyW fails for these names.
+class RefusedPropertySets {
+public:
+    RefusedPropertySets(std::initializer_list<std::wstring> names);
+    ~RefusedPropertySets();
+    RefusedPropertySets(const RefusedPropertySets&) = delete;
+    RefusedPropertySets& operator=(const RefusedPropertySets&) = delete;
+};
+
 // What the library's actions may touch on this machine. Cleared before and
 // after each test so that no test sees another's leftovers.
 class MachineState {

@@ -1,0 +1,28 @@
+# The front door: `make demo` and `make test`.
+BUILD ?= build
+TOOLCHAIN := cmake/mingw-w64-x86_64.cmake
+
+.PHONY: all bootstrap build demo test bench clean
+
+all: build
+
+bootstrap:
+	@tools/bootstrap.sh
+
+$(BUILD)/CMakeCache.txt: | bootstrap
+	cmake -S . -B $(BUILD) -DCMAKE_TOOLCHAIN_FILE=$(TOOLCHAIN)
+
+build: bootstrap $(BUILD)/CMakeCache.txt
+	cmake --build $(BUILD) -j2
+
+demo: build
+	tools/demo.sh $(BUILD)
+
+test: build
+	tools/test.sh $(BUILD)
+
+bench: build
+	tools/bench.sh $(BUILD)
+
+clean:
+	rm -rf $(BUILD)
