@@ -94,6 +94,9 @@ bool ReadRegString(HKEY root, const std::wstring& key, const std::wstring& name,
                    REGSAM view = 0);
 void DeleteRegTree(HKEY root, const std::wstring& key, REGSAM view = 0);
 
+// A folder for a test's own files, removed before and after each test.
+const wchar_t kScratchFolder[] = L"C:\\tessel\\scratch\\";
+
 // Folder of the running test program, with a trailing backslash.
 std::wstring ProgramFolder();
 

@@ -2,6 +2,8 @@
 // keeps test programs running side by side under ctest -j off each other.
 #include "harness/harness.h"
 
+#include <shellapi.h>
+
 #include <stdexcept>
 
 namespace harness {
@@ -18,6 +20,23 @@ const KeyTree kKeyTrees[] = {
     {HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kestra Technologies"},
 };
 
+// Folders removed whole.
+const wchar_t* const kFolders[] = {
+    L"C:\\tessel\\scratch",
+};
+
+void DeleteFolderTree(const wchar_t* folder)
+{
+    // SHFileOperationW wants a list ending in two nulls.
+    std::wstring from = std::wstring(folder) + L'\0';
+    SHFILEOPSTRUCTW operation = {};
+    operation.wFunc = FO_DELETE;
+    operation.pFrom = from.c_str();
+    operation.fFlags = FOF_NO_UI;
+    if (GetFileAttributesW(folder) != INVALID_FILE_ATTRIBUTES)
+        SHFileOperationW(&operation);
+}
+
 HANDLE MachineLock()
 {
     static HANDLE mutex = CreateMutexW(NULL, FALSE, L"Local\\TesselCA.MachineState");
@@ -32,6 +51,8 @@ void MachineState::Clear()
         DeleteRegTree(tree.root, tree.path, KEY_WOW64_64KEY);
         DeleteRegTree(tree.root, tree.path, KEY_WOW64_32KEY);
     }
+    for (const wchar_t* folder : kFolders)
+        DeleteFolderTree(folder);
 }
 
 void ActionTest::SetUp()

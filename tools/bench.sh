@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# Prints the suite's speed figures; nothing here fails on a slow machine.
+# Usage: tools/bench.sh BUILD_DIR
+set -euo pipefail
+tools=$(cd "$(dirname "$0")" && pwd)
+source "$tools/wine-env.sh" "$1"
+trap tessel_warm_stop EXIT
+tessel_warm_start
+export TESSEL_WINE_WARM=1
+
+now() { date +%s.%N; }
+elapsed() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.3f", b - a }'; }
+
+echo "== Wine (warm wineserver)"
+"$tools/wine-run.sh" "$tessel_build" "$tessel_build/bin/frame_tests.exe" --gtest_filter='StringHelpers.*' >/dev/null
+runs=()
+for i in 1 2 3 4 5; do
+  start=$(now)
+  "$tools/wine-run.sh" "$tessel_build" "$tessel_build/bin/frame_tests.exe" --gtest_filter='StringHelpers.*' >/dev/null
+  runs+=("$(elapsed "$start" "$(now)")")
+done
+echo "one warm test program run (5 runs): ${runs[*]} s"
+
+start=$(now)
+(cd "$tessel_build" && ctest -j2 >/dev/null)
+count=$(cd "$tessel_build" && ctest -N | sed -n 's/^Total Tests: //p')
+echo "whole ctest run, $count tests: $(elapsed "$start" "$(now)") s"
+
+echo "== Export call inside a session"
+"$tools/wine-run.sh" "$tessel_build" "$tessel_build/bin/frame_bench.exe"
