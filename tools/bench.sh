@@ -26,5 +26,7 @@ start=$(now)
 count=$(cd "$tessel_build" && ctest -N | sed -n 's/^Total Tests: //p')
 echo "whole ctest run, $count tests: $(elapsed "$start" "$(now)") s"
 
-echo "== Export call inside a session"
-"$tools/wine-run.sh" "$tessel_build" "$tessel_build/bin/frame_bench.exe"
+for bench in "$tessel_build"/bin/*_bench.exe; do
+  echo "== $(basename "$bench" .exe)"
+  "$tools/wine-run.sh" "$tessel_build" "$bench"
+done
