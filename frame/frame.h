@@ -25,8 +25,9 @@ const DWORD kPropertyChars = 260;
 // A command line handed to BoundedCopy is at most this long, into a buffer one longer.
 const size_t kCommandLineChars = 519;
 
-// The maker's public page, where the install manager can be had.
-extern const wchar_t kMakerWebSite[];
+// The maker's public page, where the install manager can be had. A literal, so
+// that the texts naming it are composed where they stand.
+#define KESTRA_MAKER_WEB_SITE L"https://www.orvel.com/support"
 
 // Formats one line into the installer's log as INSTALLMESSAGE_INFO. No line end is added.
 void LogMessage(MSIHANDLE session, const wchar_t* format, ...);
@@ -46,8 +47,3 @@ int FindNoCase(const std::wstring& haystack, const std::wstring& needle);
 void ToLowerInPlace(std::wstring& text);
 std::wstring PathSeparatorFor(const wchar_t* path);
 wchar_t* BoundedCopy(wchar_t* destination, size_t size, const wchar_t* source, size_t count);
-
-#include <vector>
-
-// The process-wide list that QueryKeyNames fills and DeleteandRetainValues reads.
-extern std::vector<std::wstring> g_keyNameList;

@@ -1,7 +1,6 @@
 // The gate that refuses a package not started by the install manager.
 #include "frame/frame.h"
 
-#include <sstream>
 
 extern "C" UINT __stdcall LaunchedFromFerrule(MSIHANDLE hInstall)
 {
@@ -14,9 +13,9 @@ extern "C" UINT __stdcall LaunchedFromFerrule(MSIHANDLE hInstall)
     }
 
     LogMessage(hInstall, L"TESSEL_CA Not Launched from Ferrule and unable to get property");
-    std::wostringstream message;
-    message << L"This package requires Orvel Installer Setup.\nPlease obtain and install Orvel Installer from "
-            << kMakerWebSite << L" to continue installing this package.\nThis application will now abort.";
-    ShowUserMessage(hInstall, message.str(), 0);
+    ShowUserMessage(hInstall,
+                    L"This package requires Orvel Installer Setup.\nPlease obtain and install Orvel Installer from "
+                    KESTRA_MAKER_WEB_SITE L" to continue installing this package.\nThis application will now abort.",
+                    0);
     return kResultNotFromInstallManager;
 }

@@ -2,6 +2,7 @@
 // that the order below is the order of construction (and the reverse of
 // destruction at unload). There is no DllMain of our own.
 #include "frame/frame.h"
+#include "toolkit/registry.h"
 
 // 1. The standard library's own objects come first, before this unit.
 

@@ -63,6 +63,19 @@ HMODULE TesselDll();
 typedef UINT(__stdcall* ActionFn)(MSIHANDLE);
 ActionFn Export(const char* name);
 
+// While alive, `module`'s import of `function` from `dll` calls `standIn`.
+class ImportPatch {
+public:
+    ImportPatch(HMODULE module, const char* dll, const char* function, void* standIn);
+    ~ImportPatch();
+    ImportPatch(const ImportPatch&) = delete;
+    ImportPatch& operator=(const ImportPatch&) = delete;
+
+private:
+    void** slot_;
+    void* original_;
+};
+
 // While alive, Tessel_CA.dll's MsiSetPropertyW fails for these names.
 class RefusedPropertySets {
 public:
@@ -70,6 +83,10 @@ public:
     ~RefusedPropertySets();
     RefusedPropertySets(const RefusedPropertySets&) = delete;
     RefusedPropertySets& operator=(const RefusedPropertySets&) = delete;
+
+private:
+    bool active_;
+    ImportPatch patch_;
 };
 
 // What the library's actions may touch on this machine. Cleared before and
@@ -100,6 +117,10 @@ const wchar_t kScratchFolder[] = L"C:\\tessel\\scratch\\";
 // Folder of the running test program, with a trailing backslash.
 std::wstring ProgramFolder();
 
+// A whole file as bytes; "<missing>" when it can't be opened.
+void WriteFileBytes(const std::wstring& path, const std::string& bytes);
+std::string ReadFileBytes(const std::wstring& path);
+
 // A string of `count` copies of `c`.
 inline std::wstring Repeat(wchar_t c, size_t count) { return std::wstring(count, c); }
 
@@ -111,5 +132,18 @@ DWORD RunToExit(const std::wstring& commandLine);
 void InstallRecorder(const std::wstring& targetPath);
 std::wstring RecordFileFor(const std::wstring& programPath);
 std::vector<std::wstring> RecordedCommandLines(const std::wstring& programPath);
+
+}  // namespace harness
+
+namespace harness {
+
+// What a program sent to the debugger (OutputDebugString), captured by running
+// it under a small debugger loop: Wine shows these texts nowhere else.
+struct DebugOutput {
+    std::vector<std::wstring> messages;  // in order, each as sent
+    DWORD exitCode = 0;
+    bool finished = false;  // false: still running after the time-out, so it was ended
+};
+DebugOutput RunUnderDebugger(const std::wstring& commandLine, DWORD timeoutMs);
 
 }  // namespace harness

@@ -18,6 +18,9 @@ struct KeyTree {
 // Cleared in both registry views.
 const KeyTree kKeyTrees[] = {
     {HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kestra Technologies"},
+    {HKEY_LOCAL_MACHINE, L"SOFTWARE\\TesselTest"},
+    {HKEY_CLASSES_ROOT, L"SOFTWARE\\TesselTest"},
+    {HKEY_CURRENT_USER, L"SOFTWARE\\TesselTest"},
 };
 
 // Folders removed whole.
@@ -37,6 +40,98 @@ void DeleteFolderTree(const wchar_t* folder)
         SHFileOperationW(&operation);
 }
 
+// Deletes queued for the restart (pairs of source and empty target) of files
+// under `folder`; the others stay, and an emptied list goes.
+void ClearPendingDeletesUnder(const std::wstring& folder)
+{
+    const wchar_t kSessionManager[] = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager";
+    const wchar_t kValue[] = L"PendingFileRenameOperations";
+    HKEY key;
+    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kSessionManager, 0, KEY_ALL_ACCESS, &key) != ERROR_SUCCESS)
+        return;
+    DWORD bytes = 0;
+    if (RegQueryValueExW(key, kValue, NULL, NULL, NULL, &bytes) == ERROR_SUCCESS && bytes > 0) {
+        std::wstring data(bytes / sizeof(wchar_t), L'\0');
+        RegQueryValueExW(key, kValue, NULL, NULL, reinterpret_cast<BYTE*>(&data[0]), &bytes);
+        std::wstring kept;
+        for (size_t at = 0; at < data.size();) {
+            std::wstring source = data.c_str() + at;
+            at += source.size() + 1;
+            std::wstring target = at < data.size() ? std::wstring(data.c_str() + at) : std::wstring();
+            at += target.size() + 1;
+            std::wstring path = source.compare(0, 4, L"\\??\\") == 0 ? source.substr(4) : source;
+            if (source.empty() || _wcsnicmp(path.c_str(), folder.c_str(), folder.size()) == 0)
+                continue;
+            kept += source + L'\0' + target + L'\0';
+        }
+        if (kept.empty())
+            RegDeleteValueW(key, kValue);
+        else
+            RegSetValueExW(key, kValue, 0, REG_MULTI_SZ, reinterpret_cast<const BYTE*>(kept.c_str()),
+                           static_cast<DWORD>((kept.size() + 1) * sizeof(wchar_t)));
+    }
+    RegCloseKey(key);
+}
+
+// Services the tests create: stopped (ended if they won't stop) and deleted.
+const wchar_t* const kServices[] = {
+    L"TesselTestServiceA",
+    L"TesselTestServiceB",
+    L"TesselTestServiceC",
+};
+
+// Polls for SERVICE_STOPPED for up to `timeoutMs`; `status` is the last read.
+bool WaitForServiceStopped(SC_HANDLE service, DWORD timeoutMs, SERVICE_STATUS_PROCESS& status)
+{
+    const DWORD begin = GetTickCount();
+    for (;;) {
+        DWORD needed = 0;
+        if (!QueryServiceStatusEx(service, SC_STATUS_PROCESS_INFO, reinterpret_cast<LPBYTE>(&status),
+                                  sizeof(status), &needed))
+            return false;
+        if (status.dwCurrentState == SERVICE_STOPPED)
+            return true;
+        if (GetTickCount() - begin >= timeoutMs)
+            return false;
+        Sleep(50);
+    }
+}
+
+void RemoveService(SC_HANDLE manager, const wchar_t* name)
+{
+    SC_HANDLE service = OpenServiceW(manager, name, SERVICE_ALL_ACCESS);
+    if (service == NULL)
+        return;
+    SERVICE_STATUS_PROCESS status = {};
+    if (!WaitForServiceStopped(service, 0, status)) {
+        // A running one may stop by itself; a pending or stubborn one is ended.
+        SERVICE_STATUS ignored = {};
+        bool stopped = status.dwCurrentState == SERVICE_RUNNING &&
+                       ControlService(service, SERVICE_CONTROL_STOP, &ignored) &&
+                       WaitForServiceStopped(service, 2000, status);
+        if (!stopped && status.dwProcessId != 0) {
+            HANDLE process = OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, status.dwProcessId);
+            // Wine goes on reporting the ended process's last state; the
+            // delete below works all the same.
+            if (process != NULL) {
+                TerminateProcess(process, 1);
+                WaitForSingleObject(process, 5000);
+                CloseHandle(process);
+            }
+        }
+    }
+    DeleteService(service);
+    CloseServiceHandle(service);
+    // The name is free once the manager has let the service go.
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        SC_HANDLE again = OpenServiceW(manager, name, SERVICE_QUERY_STATUS);
+        if (again == NULL)
+            break;
+        CloseServiceHandle(again);
+        Sleep(50);
+    }
+}
+
 HANDLE MachineLock()
 {
     static HANDLE mutex = CreateMutexW(NULL, FALSE, L"Local\\TesselCA.MachineState");
@@ -53,6 +148,13 @@ void MachineState::Clear()
     }
     for (const wchar_t* folder : kFolders)
         DeleteFolderTree(folder);
+    ClearPendingDeletesUnder(kScratchFolder);
+    SC_HANDLE manager = OpenSCManagerW(NULL, NULL, SC_MANAGER_ALL_ACCESS);
+    if (manager != NULL) {
+        for (const wchar_t* service : kServices)
+            RemoveService(manager, service);
+        CloseServiceHandle(manager);
+    }
 }
 
 void ActionTest::SetUp()
