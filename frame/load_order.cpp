@@ -2,6 +2,7 @@
 // that the order below is the order of construction (and the reverse of
 // destruction at unload). There is no DllMain of our own.
 #include "frame/frame.h"
+#include "framework/kestra_logger.h"
 #include "toolkit/registry.h"
 
 // 1. The standard library's own objects come first, before this unit.
@@ -14,4 +15,7 @@ std::vector<std::wstring> g_keyNameList;
 FARPROC g_isWow64Process =
     GetProcAddress(GetModuleHandleW(L"kernel32"), "IsWow64Process");
 
-// 4. The crash reporter comes next, then the logger facade.
+// 4. The crash reporter comes next.
+
+// 5. The logger facade, which opens nothing yet.
+KestraLogger g_kestraLogger;

@@ -54,9 +54,14 @@ fi
 snapshot before
 msiexec install /i 'C:\tessel\demo\TesselDemo.msi' LAUNCHED_FROM_FERRULE=1
 snapshot installed
+# Settings files as the install left them, for the report to set beside the package's.
+comm -13 "$out/before.files" "$out/installed.files" | grep '\.cfg$' | while read -r file; do
+  mkdir -p "$out/installed-files/$(dirname "$file")"
+  cp "$WINEPREFIX/drive_c/$file" "$out/installed-files/$file"
+done || true
 msiexec remove /x 'C:\tessel\demo\TesselDemo.msi'
 snapshot removed
 msiexec refused /i 'C:\tessel\demo\TesselDemo.msi'
 snapshot refused
 
-python3 "$tools/demo_report.py" "$out" | tee "$out/report.txt"
+python3 "$tools/demo_report.py" "$out" "$tools/../package/payload" | tee "$out/report.txt"

@@ -3,16 +3,20 @@
 
 The library's actions are read from the package's own CustomAction table, so
 adding an action to the package needs no change here.
-Usage: demo_report.py OUT_DIR   (the folder tools/demo.sh filled)
+Usage: demo_report.py OUT_DIR PAYLOAD_DIR
+  OUT_DIR      the folder tools/demo.sh filled
+  PAYLOAD_DIR  the files the package carries
 """
 import os
 import re
 import subprocess
 import sys
 
-# CustomAction types: a DLL stored in the Binary table, and "ignore the result".
+# CustomAction types: a DLL stored in the Binary table, "ignore the result",
+# and "deferred" (run from the script; the first mention only schedules it).
 DLL_IN_BINARY = 0x01
 CONTINUE = 0x40
+IN_SCRIPT = 0x400
 # The installer's "Return value" of an action: Windows writes 1 for success and
 # 3 for failure, Wine 1 and 0.
 INSTALLER_RESULTS = {"1": "0", "2": "1602", "3": "1603", "0": "1603"}
@@ -25,7 +29,7 @@ RUNS = [
 
 
 def library_actions(msi):
-    """Custom actions whose code is a DLL export: name -> (export, ignored)."""
+    """Custom actions whose code is a DLL export: name -> (export, ignored, deferred)."""
     text = subprocess.run(["msiinfo", "export", msi, "CustomAction"], check=True,
                           capture_output=True, text=True).stdout
     actions = {}
@@ -34,7 +38,7 @@ def library_actions(msi):
         if len(fields) >= 4 and fields[1].isdigit():
             kind = int(fields[1])
             if kind & 0x3F == DLL_IN_BINARY:
-                actions[fields[0]] = (fields[3], bool(kind & CONTINUE))
+                actions[fields[0]] = (fields[3], bool(kind & CONTINUE), bool(kind & IN_SCRIPT))
     return actions
 
 
@@ -114,8 +118,28 @@ def machine_changes(out, before, after):
     return changes
 
 
+def shown_lines(path):
+    """A text file's lines, with the CRs that a line end doesn't account for made visible."""
+    with open(path, "rb") as f:
+        text = f.read().decode("latin-1")
+    return [line.replace("\r", "<CR>") for line in text.replace("\r\n", "\n").split("\n") if line != ""]
+
+
+def settings_files(out, payload):
+    """(relative path, lines as carried, lines as installed) of each settings file installed."""
+    installed_root = os.path.join(out, "installed-files")
+    for folder, _, names in sorted(os.walk(installed_root)):
+        for name in sorted(names):
+            installed = os.path.join(folder, name)
+            relative = os.path.relpath(installed, installed_root)
+            carried = [p for p in (os.path.join(payload, *relative.split(os.sep)[i:]) for i in range(len(relative.split(os.sep))))
+                       if os.path.isfile(p)]
+            yield relative, shown_lines(carried[0]) if carried else [], shown_lines(installed)
+
+
 def main():
     out = sys.argv[1]
+    payload = sys.argv[2]
     actions = library_actions(os.path.join(out, "TesselDemo.msi"))
     print("Tessel_CA demo: the suite package installed and removed under Wine's msiexec")
     for name, title, before, after in RUNS:
@@ -124,9 +148,14 @@ def main():
         print()
         print("== %s: msiexec exit code %s" % (title, rc))
         log = read_text(os.path.join(out, name + ".log"))
+        scheduled = set()
         for action, value, lines in action_runs(log, actions):
-            export, ignored = actions[action]
+            export, ignored, deferred = actions[action]
             label = action if action == export else "%s (%s)" % (action, export)
+            if deferred and action not in scheduled:
+                scheduled.add(action)
+                print("  %-40s %s" % (label, "scheduled for the deferred phase"))
+                continue
             print("  %-40s %s" % (label, result_text(action, value, ignored, refused)))
             for line in lines:
                 print("      | " + line)
@@ -134,6 +163,15 @@ def main():
         print("  machine changes:" + ("" if changes else " none"))
         for change in changes:
             print("      " + change)
+        if name == "install":
+            for relative, carried, installed in settings_files(out, payload):
+                print("  settings file C:\\%s" % relative.replace("/", "\\"))
+                print("    as the package carries it:")
+                for line in carried:
+                    print("      | " + line)
+                print("    after the install:")
+                for line in installed:
+                    print("      | " + line)
 
 
 if __name__ == "__main__":

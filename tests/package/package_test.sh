@@ -59,6 +59,20 @@ check
 grep -q '^\./Program Files/Kestra Technologies/Demo Suite/Readme.txt$' "$out/installed.files" ||
   fail "the package's file was not installed"
 
+# The deferred UpdateCfg got the folder from SetInstallDir and took the colour
+# settings out of the install manager's settings file, leaving the rest.
+cfg="${dir}Config\InstallManager.cfg"
+expect_line "$log" "TESSEL_CA UpdateCfg: $dir "
+for setting in UseCustomColor BackgroundColor FontColor FontDisableColor ButtonColor ButtonDisableColor \
+  TextColorPast TextColorPresent TextColorFuture ButtonBrightness; do
+  expect_line "$log" "TESSEL_CA successfully deleted $setting setting"
+done
+expect_line "$log" "TESSEL_CA successfully saved with $cfg new settings "
+installed_cfg="$out/installed-files/Program Files/Kestra Technologies/Demo Suite/Config/InstallManager.cfg"
+check
+[ "$(tr -d '\r' < "$installed_cfg")" = "$(printf '# Install manager settings\nLanguage=en\n[Updates]\nload_DLM=true\nCheckForUpdates=weekly')" ] ||
+  fail "the settings file after the install is not as expected"
+
 # The removal: the gate stays out of it, the hand-off runs again.
 log="$out/remove.log"
 expect_equal "removal exit code" 0 "$(cat "$out/remove.rc")"
