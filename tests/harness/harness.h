@@ -111,6 +111,10 @@ bool ReadRegString(HKEY root, const std::wstring& key, const std::wstring& name,
                    REGSAM view = 0);
 void DeleteRegTree(HKEY root, const std::wstring& key, REGSAM view = 0);
 
+// Product codes whose uninstall entries tests may create; the fixture clears them.
+#define TESSEL_TEST_PRODUCT_1 L"{7E57C0DE-0000-4000-8000-000000000001}"
+#define TESSEL_TEST_PRODUCT_2 L"{7E57C0DE-0000-4000-8000-000000000002}"
+
 // A folder for a test's own files, removed before and after each test.
 const wchar_t kScratchFolder[] = L"C:\\tessel\\scratch\\";
 

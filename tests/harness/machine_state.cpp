@@ -21,11 +21,26 @@ const KeyTree kKeyTrees[] = {
     {HKEY_LOCAL_MACHINE, L"SOFTWARE\\TesselTest"},
     {HKEY_CLASSES_ROOT, L"SOFTWARE\\TesselTest"},
     {HKEY_CURRENT_USER, L"SOFTWARE\\TesselTest"},
+    // The suite's own records, which the removal actions clear.
+    {HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kestra"},
+    {HKEY_LOCAL_MACHINE, L"SOFTWARE\\Orvel"},
+    {HKEY_LOCAL_MACHINE, L"SOFTWARE\\OrvelBranding"},
+    {HKEY_CURRENT_USER, L"SOFTWARE\\Orvel"},
+    {HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\Orvel Quillon Install Manager"},
+    {HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\All Kestra Software"},
+    {HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\" TESSEL_TEST_PRODUCT_1},
+    {HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\" TESSEL_TEST_PRODUCT_2},
 };
 
 // Folders removed whole.
 const wchar_t* const kFolders[] = {
     L"C:\\tessel\\scratch",
+    // Where the removal actions look for the suite's folders.
+    L"C:\\Program Files\\Orvel",
+    L"C:\\Program Files\\Kestra Technologies",
+    L"C:\\Program Files\\Common Files\\Kestra Technologies",
+    L"C:\\Program Files (x86)\\Kestra Technologies",
+    L"C:\\ProgramData\\Orvel",
 };
 
 void DeleteFolderTree(const wchar_t* folder)
