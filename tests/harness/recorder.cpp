@@ -1,6 +1,6 @@
 // The recording program: appends its own command line, as one UTF-8 line, to
-// "<its path>.cmdline", then exits. RECORDER_DELAY_MS makes it wait first and
-// RECORDER_EXIT_CODE sets its exit code.
+// "<its path>.cmdline", or to RECORDER_FILE when that is set, then exits.
+// RECORDER_DELAY_MS makes it wait first and RECORDER_EXIT_CODE sets its exit code.
 #include <windows.h>
 
 #include <cstdlib>
@@ -19,9 +19,15 @@ DWORD NumberFromEnvironment(const wchar_t* name)
 
 int wmain()
 {
-    wchar_t self[MAX_PATH];
-    DWORD length = GetModuleFileNameW(NULL, self, MAX_PATH);
-    std::wstring recordPath = std::wstring(self, length) + L".cmdline";
+    wchar_t path[MAX_PATH];
+    DWORD length = GetEnvironmentVariableW(L"RECORDER_FILE", path, MAX_PATH);
+    std::wstring recordPath;
+    if (length > 0 && length < MAX_PATH) {
+        recordPath.assign(path, length);
+    } else {
+        length = GetModuleFileNameW(NULL, path, MAX_PATH);
+        recordPath = std::wstring(path, length) + L".cmdline";
+    }
 
     const wchar_t* commandLine = GetCommandLineW();
     int bytes = WideCharToMultiByte(CP_UTF8, 0, commandLine, -1, NULL, 0, NULL, NULL);
