@@ -19,6 +19,27 @@ mkdir -p "$demo_dir"
 cp "$msi" "$demo_dir/TesselDemo.msi"
 cp "$msi" "$out/TesselDemo.msi"
 
+# The install manager comes before the package and stays after it: its
+# records, a stand-in for its program that records how it was started,
+# another product's folder and another package's record.
+install_manager="$WINEPREFIX/drive_c/Program Files/Kestra Technologies/Install Manager"
+other_product="$WINEPREFIX/drive_c/Program Files/Orvel/Other Product"
+seed_install_manager() {
+  cp "$tools/../package/install-manager.reg" "$demo_dir/install-manager.reg"
+  (cd "$demo_dir" && "$tessel_wine" regedit /S 'C:\tessel\demo\install-manager.reg') >/dev/null 2>&1
+  mkdir -p "$install_manager/BIN64" "$other_product"
+  cp "$tessel_build/bin/recorder.exe" "$install_manager/BIN64/InstallManagerApp.exe"
+  printf 'Another product of the suite.\r\n' > "$other_product/Readme.txt"
+}
+unseed_install_manager() {
+  local key
+  for key in 'HKLM\SOFTWARE\Kestra Technologies' 'HKCU\Software\Orvel' \
+    'HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall\Orvel Quillon Install Manager'; do
+    "$tessel_wine" reg delete "$key" /f >/dev/null 2>&1 || true
+  done
+  rm -rf "$WINEPREFIX/drive_c/Program Files/Kestra Technologies" "$WINEPREFIX/drive_c/Program Files/Orvel"
+}
+
 # The machine as the report compares it: the registry and the files the
 # package or its actions may change.
 snapshot() {
@@ -51,6 +72,7 @@ if [ -z "${TESSEL_WINE_WARM:-}" ]; then
   tessel_warm_start
 fi
 
+seed_install_manager
 snapshot before
 msiexec install /i 'C:\tessel\demo\TesselDemo.msi' LAUNCHED_FROM_FERRULE=1
 snapshot installed
@@ -59,9 +81,13 @@ comm -13 "$out/before.files" "$out/installed.files" | grep '\.cfg$' | while read
   mkdir -p "$out/installed-files/$(dirname "$file")"
   cp "$WINEPREFIX/drive_c/$file" "$out/installed-files/$file"
 done || true
-msiexec remove /x 'C:\tessel\demo\TesselDemo.msi'
+# The install manager's stand-in writes its command line where the report finds it.
+RECORDER_FILE='C:\tessel\demo\install-manager.cmdline' msiexec remove /x 'C:\tessel\demo\TesselDemo.msi' /norestart
+cp "$demo_dir/install-manager.cmdline" "$out/install-manager.cmdline" 2>/dev/null || true
 snapshot removed
 msiexec refused /i 'C:\tessel\demo\TesselDemo.msi'
 snapshot refused
+
+unseed_install_manager
 
 python3 "$tools/demo_report.py" "$out" "$tools/../package/payload" | tee "$out/report.txt"

@@ -108,7 +108,7 @@ def machine_changes(out, before, after):
     new_reg = reg_entries(os.path.join(out, after + ".reg"))
     # The installer's own records of the product are counted, not listed.
     def own(entry):
-        return "\\Installer\\" in entry or "\\Uninstall\\" in entry
+        return "\\Installer\\" in entry or "\\Uninstall\\{" in entry
     added, removed = new_reg - old_reg, old_reg - new_reg
     changes += ["+ " + e for e in sorted(added) if not own(e)]
     changes += ["- " + e for e in sorted(removed) if not own(e)]
@@ -159,6 +159,14 @@ def main():
             print("  %-40s %s" % (label, result_text(action, value, ignored, refused)))
             for line in lines:
                 print("      | " + line)
+        handed_over = os.path.join(out, "install-manager.cmdline")
+        if name == "remove" and os.path.isfile(handed_over):
+            print("  the install manager was started as:")
+            for line in read_text(handed_over).splitlines():
+                print("      " + line)
+        reboot = re.findall(r"^Property\(S\): REBOOT = (.*)$", log, re.M)
+        if reboot:
+            print("  REBOOT at the end of the session: " + reboot[-1])
         changes = machine_changes(out, before, after)
         print("  machine changes:" + ("" if changes else " none"))
         for change in changes:

@@ -81,6 +81,36 @@ expect_line "$log" "Tessel_CA DeleteFerruleDir SetInstallDir(), $dir should be s
 check
 diff -q "$out/before.files" "$out/removed.files" >/dev/null || fail "files differ after the removal"
 
+# The hand-over: the install manager ran with its switches, and its restart
+# request came back as REBOOT=F.
+im='"C:\Program Files\Kestra Technologies\Install Manager\BIN64\InstallManagerApp.exe"'
+switches='/IGNORE_UPGRADE /FORCE_HIDE_FIRST_RUN /UNATTENDED_UNINSTALL /AUTOACCEPT_ALL /FORCE_CLOSE_WHEN_DONE /ON_REBOOT_MESSAGE:NO'
+expect_equal "the install manager's command line" "$im $switches" "$(cat "$out/install-manager.cmdline")"
+expect_line "$log" 'Unable to show/hide MSI uninstall window'
+expect_line "$log" "CreateProcess successfully launched $im $switches "
+expect_line "$log" 'Property(S): REBOOT = F'
+
+# Folders: the install folder and the common shared folder go; shared parents
+# that still hold another product's files stay.
+expect_line "$log" 'TESSEL_CA DeleteFolder: C:\Program Files\Kestra Technologies\Demo Suite\ '
+expect_line "$log" 'TESSEL_CA successfully deleted directory, C:\Program Files\Common Files\Kestra Technologies\ '
+expect_line "$log" 'TESSEL_CA Directory, C:\Program Files\Orvel, DNE or is not empty and will not be deleted.'
+expect_line "$log" 'TESSEL_CA Directory, C:\Program Files\Kestra Technologies\, DNE or is not empty and will not be deleted.'
+check
+grep -Eq '^  DeleteFerruleDir \(DeleteFolder\) +result 0$' "$out/report.txt" || fail "DeleteFolder did not return 0"
+
+# Records: this package's record goes, the lists stay while another package is listed.
+expect_line "$log" "Tessel_CA DeletePackageKey(), SOFTWARE\\Kestra Technologies\\Install\\Packages\\$pid\\ key should be deleted "
+expect_line "$log" 'Tessel_CA DeleteTesselRegKey(), Tessel key has sub keys and is not empty thus it will not be deleted SOFTWARE\Kestra Technologies\Install\Packages\ '
+# The registry exports are UTF-16.
+iconv -f UTF-16 -t UTF-8 "$out/removed.reg" | tr -d '\r' > "$out/removed.reg.txt"
+check
+! grep -Fq "Packages\\$pid]" "$out/removed.reg.txt" || fail "the package's record is still there"
+check
+grep -Fq 'Packages\W-06-2U00-000-002-188-001-00-25]' "$out/removed.reg.txt" || fail "another package's record went"
+check
+! grep -Fq 'Uninstall\Orvel Quillon Install Manager]' "$out/removed.reg.txt" || fail "the install manager's entry is still there"
+
 # The refused install: 1612 from the gate, its message, and nothing after it.
 log="$out/refused.log"
 expect_equal "refused install exit code" 1603 "$(cat "$out/refused.rc")"
