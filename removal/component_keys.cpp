@@ -1,6 +1,6 @@
 // The components' own keys, and the settings application's branding folder,
 // cleared at uninstall. Each action has its fixed result, whatever the delete did.
-#include "removal/package_records.h"
+#include "removal/removal.h"
 
 #include "frame/frame.h"
 #include "toolkit/file.h"

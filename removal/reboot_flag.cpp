@@ -1,6 +1,5 @@
 // The install manager's reboot flag: carried into the session before a
 // removal is handed over, and reset afterwards.
-#include "removal/package_records.h"
 #include "removal/removal.h"
 
 #include "frame/frame.h"

@@ -1,7 +1,6 @@
 // The install manager's records that the package's own tables don't know:
 // the package keys under Install, the Add or Remove Programs entries and the
 // install-wide values. Each action keeps its own result; several give 1.
-#include "removal/package_records.h"
 #include "removal/removal.h"
 
 #include "config/config_store.h"

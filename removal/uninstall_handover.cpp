@@ -3,7 +3,6 @@
 // it, brings the dialog back and carries its reboot request into the session.
 #include "frame/frame.h"
 #include "frame/platform.h"
-#include "removal/package_records.h"
 #include "removal/removal.h"
 #include "toolkit/process.h"
 #include "toolkit/registry.h"
