@@ -1,7 +1,8 @@
 // The settings store of the install manager's InstallManager.cfg: name=value
 // lines kept in an ordered map, with typed access. Saving patches the file key
 // by key under the cross-process "ConfigBase" event; it never rewrites what it
-// does not know.
+// does not know. It writes nothing to the installer's log: its failures go to
+// the logger facade and the error catalogue.
 #pragma once
 
 #include <windows.h>

@@ -21,8 +21,7 @@ extern "C" UINT __stdcall UpdateCfg(MSIHANDLE hInstall)
 {
     g_hSession = hInstall;
     wchar_t installDir[kPropertyChars];
-    DWORD count = kPropertyChars;
-    if (MsiGetPropertyW(g_hSession, L"CustomActionData", installDir, &count) != ERROR_SUCCESS) {
+    if (!ReadProperty(g_hSession, L"CustomActionData", installDir)) {
         LogMessage(g_hSession, L"TESSEL_CA Could not get INSTALLDIR in UpdateCfg  \n");
         return kResultSuccess;
     }
@@ -61,8 +60,7 @@ extern "C" UINT __stdcall UpdateTesselCfg(MSIHANDLE hInstall)
 
     // This one read takes up to 1024 characters: three items travel in it.
     wchar_t data[1024];
-    DWORD count = 1024;
-    if (MsiGetPropertyW(g_hSession, L"CustomActionData", data, &count) != ERROR_SUCCESS)
+    if (!ReadProperty(g_hSession, L"CustomActionData", data))
         return kResultSuccess;
     StringList items;
     Tokenize(data, L";", items);

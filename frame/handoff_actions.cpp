@@ -14,13 +14,6 @@ struct HandOff {
     UINT failure;
 };
 
-// Reads INSTALLDIR; false when the read failed.
-bool ReadInstallDir(MSIHANDLE session, wchar_t (&value)[kPropertyChars])
-{
-    DWORD count = kPropertyChars;
-    return MsiGetPropertyW(session, L"INSTALLDIR", value, &count) == ERROR_SUCCESS;
-}
-
 // Sets one target property and logs the outcome; true when it was set.
 bool SetTarget(MSIHANDLE session, const wchar_t* target, const wchar_t* value, const wchar_t* setText,
                const wchar_t* setFailureText)
@@ -38,7 +31,7 @@ UINT HandInstallDirTo(MSIHANDLE hInstall, const HandOff& handOff)
     g_hSession = hInstall;
     LogMessage(g_hSession, handOff.startText);
     wchar_t value[kPropertyChars];
-    if (!ReadInstallDir(g_hSession, value)) {
+    if (!ReadProperty(g_hSession, L"INSTALLDIR", value)) {
         LogMessage(g_hSession, handOff.readFailureText);
         return handOff.failure;
     }
@@ -112,7 +105,7 @@ extern "C" UINT __stdcall GetInstallProxyDir(MSIHANDLE hInstall)
     g_hSession = hInstall;
     LogMessage(g_hSession, L"Tessel_CA GetInstallProxyDir() start");
     wchar_t value[kPropertyChars];
-    if (!ReadInstallDir(g_hSession, value)) {
+    if (!ReadProperty(g_hSession, L"INSTALLDIR", value)) {
         LogMessage(g_hSession, L"Tessel_CA SetInstallProxyDir() failed.");
         return kResultSuccess;
     }
@@ -133,7 +126,7 @@ extern "C" UINT __stdcall SetInstallDir(MSIHANDLE hInstall)
     LogMessage(g_hSession, L"Tessel_CA SetInstallDir() start");
     UINT result = kResultSuccess;
     wchar_t value[kPropertyChars];
-    if (!ReadInstallDir(g_hSession, value)) {
+    if (!ReadProperty(g_hSession, L"INSTALLDIR", value)) {
         LogMessage(g_hSession, L"Tessel_CA SetInstallDir() failed to get Pid from Kestra Property table.");
         return kResultInstallFailure;
     }

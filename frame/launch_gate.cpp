@@ -1,13 +1,10 @@
 // The gate that refuses a package not started by the install manager.
 #include "frame/frame.h"
 
-
 extern "C" UINT __stdcall LaunchedFromFerrule(MSIHANDLE hInstall)
 {
     wchar_t value[kPropertyChars];
-    DWORD count = kPropertyChars;
-    if (MsiGetPropertyW(hInstall, L"LAUNCHED_FROM_FERRULE", value, &count) == ERROR_SUCCESS &&
-        FindNoCase(value, L"1") == 0) {
+    if (ReadProperty(hInstall, L"LAUNCHED_FROM_FERRULE", value) && FindNoCase(value, L"1") == 0) {
         LogMessage(hInstall, L"TESSEL_CA Launched from Ferrule: %s \n", value);
         return kResultSuccess;
     }

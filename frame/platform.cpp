@@ -68,19 +68,9 @@ std::wstring GetBinDirName()
 
 std::wstring GetInstallDir()
 {
-    HKEY key = NULL;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kInstallKey, 0, KEY_READ, &key) != ERROR_SUCCESS)
-        return std::wstring();
-
-    wchar_t buffer[260];
-    buffer[0] = L'\0';
-    DWORD size = 520;
-    LSTATUS status = RegQueryValueExW(key, kInstallDirValue, NULL, NULL,
-                                      reinterpret_cast<BYTE*>(buffer), &size);
-    RegCloseKey(key);
-    if (status != ERROR_SUCCESS)
-        return std::wstring();
-    return std::wstring(buffer, wcsnlen(buffer, 260));
+    std::wstring installDir;
+    ReadRegistryText(kInstallKey, KEY_READ, kInstallDirValue, 260, 520, kCloseKey, installDir);
+    return installDir;
 }
 
 bool GetINSTFolder(std::wstring& path)
@@ -91,14 +81,9 @@ bool GetINSTFolder(std::wstring& path)
         return false;
 
     LogMessage(g_hSession, L"TESSEL_CA Inside GetINSTFolder is, %s \n", keyPath.c_str());
-    wchar_t buffer[130];
-    buffer[0] = L'\0';
-    DWORD size = 260;
-    if (RegQueryValueExW(key, kInstallDirValue, NULL, NULL, reinterpret_cast<BYTE*>(buffer), &size) !=
-        ERROR_SUCCESS)
+    // A failed read leaves the key open; only a good one closes it.
+    if (!ReadKeyText(key, kInstallDirValue, 130, 260, path))
         return false;
-
-    path = std::wstring(buffer, wcsnlen(buffer, 130));
     LogMessage(g_hSession, L"TESSEL_CA Inside GetINSTFolder2 is, %s \n", path.c_str());
     RegCloseKey(key);
     return true;

@@ -1,5 +1,6 @@
 // Questions the actions ask of the machine: which Windows, which bitness,
-// where the special folders and the maker's software are.
+// where the special folders and the maker's software are. Only GetINSTFolder
+// logs, through g_hSession: an action that calls it stores its session first.
 #pragma once
 
 #include <windows.h>

@@ -1,6 +1,8 @@
 // The logger facade over kestraLog.dll.
 #include "framework/kestra_logger.h"
 
+#include "frame/frame.h"
+
 #include <cstdarg>
 #include <ctime>
 #include <sstream>
@@ -67,14 +69,7 @@ KestraLogger::~KestraLogger()
 void KestraLogger::FindLibraryLocation(std::wstring& location)
 {
     location.clear();
-    HKEY key = NULL;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kLogKey, 0, kLogKeyAccess, &key) != ERROR_SUCCESS)
-        return;
-    wchar_t buffer[260];
-    DWORD size = 520;
-    if (RegQueryValueExW(key, L"Location", NULL, NULL, reinterpret_cast<BYTE*>(buffer), &size) == ERROR_SUCCESS)
-        location.assign(buffer, wcsnlen(buffer, 260));
-    RegCloseKey(key);
+    ReadRegistryText(kLogKey, kLogKeyAccess, L"Location", 260, 520, kCloseKey, location);
 }
 
 FARPROC KestraLogger::GetEntryPoint(const std::wstring& name)

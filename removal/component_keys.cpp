@@ -49,15 +49,10 @@ namespace {
 // The settings application's folder; empty when it can't be read.
 std::wstring HalyardInstallDir()
 {
-    HKEY key;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Orvel\\Halyard\\", 0, KEY_READ, &key) != ERROR_SUCCESS)
-        return std::wstring();
-    wchar_t installDir[260] = L"";
-    DWORD bytes = 260;  // bytes, into a buffer of twice that
-    const LSTATUS status =
-        RegQueryValueExW(key, L"InstallDir", NULL, NULL, reinterpret_cast<BYTE*>(installDir), &bytes);
-    RegCloseKey(key);
-    return status == ERROR_SUCCESS ? std::wstring(installDir) : std::wstring();
+    std::wstring installDir;
+    // 260 bytes, into a buffer of twice that.
+    ReadRegistryText(L"SOFTWARE\\Orvel\\Halyard\\", KEY_READ, L"InstallDir", 260, 260, kCloseKey, installDir);
+    return installDir;
 }
 
 }  // namespace

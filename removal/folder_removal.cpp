@@ -21,19 +21,10 @@ const wchar_t kInstallKey[] = L"SOFTWARE\\Kestra Technologies\\Install\\";
 // The install manager's own folder. Left as it was when it can't be read.
 void GetFerruleInstallDir(std::wstring& path)
 {
-    HKEY key = NULL;
     try {
-        if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kInstallKey, 0, KEY_READ, &key) != ERROR_SUCCESS)
-            return;
-        wchar_t buffer[130] = {};
-        DWORD size = 260;
-        if (RegQueryValueExW(key, L"FerruleInstallDir", NULL, NULL, reinterpret_cast<BYTE*>(buffer), &size) ==
-            ERROR_SUCCESS)
-            path = std::wstring(buffer, wcsnlen(buffer, 130));
+        ReadRegistryText(kInstallKey, KEY_READ, L"FerruleInstallDir", 130, 260, kCloseKey, path);
     } catch (...) {
     }
-    if (key != NULL)
-        RegCloseKey(key);
 }
 
 // The install manager asks for the filter driver's folder to go by the value
@@ -48,12 +39,9 @@ bool IsFilterDrvFolderExists(std::wstring& path)
         if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kInstallKey, 0, KEY_READ, &key) != ERROR_SUCCESS)
             return false;
         LogMessage(g_hSession, L"TESSEL_CA Inside IsFilterDrvFolderExists - RegKey Opened\n");
-        wchar_t marker[260] = {};
-        DWORD size = 520;
-        if (RegQueryValueExW(key, L"RemoveFilterDrv", NULL, NULL, reinterpret_cast<BYTE*>(marker), &size) !=
-            ERROR_SUCCESS)
+        std::wstring text;
+        if (!ReadKeyText(key, L"RemoveFilterDrv", 260, 520, text))
             return false;
-        const std::wstring text(marker, wcsnlen(marker, 260));
         LogMessage(g_hSession, L"TESSEL_CA IsFilterDrvFolderExists - Ferrule_Reboot Flag: , %s \n", text.c_str());
         if (CompareNoCase(text, L"yes") != 0)
             return false;
@@ -109,8 +97,7 @@ UINT ResultOf(bool deleted)
 // The folder an immediate action handed on; empty when it can't be read.
 bool ReadFolderData(wchar_t (&folder)[kPropertyChars])
 {
-    DWORD count = kPropertyChars;
-    if (MsiGetPropertyW(g_hSession, L"CustomActionData", folder, &count) == ERROR_SUCCESS)
+    if (ReadProperty(g_hSession, L"CustomActionData", folder))
         return true;
     folder[0] = L'\0';
     LogMessage(g_hSession, L"TESSEL_CA Could not get INSTALLDIR  \n");
@@ -304,17 +291,10 @@ extern "C" UINT __stdcall DeleteHalyardFolder(MSIHANDLE hInstall)
     g_hSession = hInstall;
     // The settings application holds files in the folder.
     KillMarlinSettings();
-    HKEY key = NULL;
     DWORD type = 0;
     std::wstring location;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kestra Technologies\\Install\\Halyard", 0, KEY_READ, &key) ==
-        ERROR_SUCCESS) {
-        wchar_t buffer[260] = {};
-        DWORD size = 520;
-        if (RegQueryValueExW(key, L"Location", NULL, &type, reinterpret_cast<BYTE*>(buffer), &size) ==
-            ERROR_SUCCESS)
-            location.assign(buffer, wcsnlen(buffer, 260));
-    }
+    ReadRegistryText(L"SOFTWARE\\Kestra Technologies\\Install\\Halyard", KEY_READ, L"Location", 260, 520,
+                     kLeaveKeyOpen, location, &type);
     if (!PathFileExistsW(location.c_str()))
         return type;
     removeDirRecursive(location);

@@ -21,14 +21,9 @@ UINT WriteFerruleRebootFlag(BYTE flag)
 UINT ApplyFerruleRebootFlag(MSIHANDLE hInstall)
 {
     g_hSession = hInstall;
-    HKEY key;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kInstallManagerKey, 0, KEY_READ, &key) != ERROR_SUCCESS)
-        return 0;
     // The key is left open, as the install manager's hand-over always did.
-    wchar_t flag[260] = L"";
-    DWORD bytes = 520;
-    if (RegQueryValueExW(key, L"Ferrule_Reboot", NULL, NULL, reinterpret_cast<BYTE*>(flag), &bytes) !=
-        ERROR_SUCCESS)
+    std::wstring flag;
+    if (!ReadRegistryText(kInstallManagerKey, KEY_READ, L"Ferrule_Reboot", 260, 520, kLeaveKeyOpen, flag))
         return 0;
     if (CompareNoCase(flag, L"yes") != 0)
         return 0;

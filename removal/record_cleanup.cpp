@@ -79,8 +79,7 @@ bool DeleteTesselRegKey(HKEY root, const std::wstring& path)
 bool CleanTesselRegKeys()
 {
     wchar_t packageId[kPropertyChars];
-    DWORD count = kPropertyChars;
-    if (MsiGetPropertyW(g_hSession, L"CustomActionData", packageId, &count) != ERROR_SUCCESS)
+    if (!ReadProperty(g_hSession, L"CustomActionData", packageId))
         return false;
     LogMessage(g_hSession, L"Tessel_CA DeleteFerruleRegKey: PID=%s\n", packageId);
     if (!DeletePackageKey(packageId))
@@ -249,8 +248,7 @@ extern "C" UINT __stdcall DisableRepairForFerrule(MSIHANDLE hInstall)
         g_hSession = hInstall;
         LogMessage(g_hSession, L"Tessel_CA DisableRepairForFerrule() start");
         wchar_t productCode[kPropertyChars];
-        DWORD count = kPropertyChars;
-        if (MsiGetPropertyW(g_hSession, L"CustomActionData", productCode, &count) == ERROR_SUCCESS &&
+        if (ReadProperty(g_hSession, L"CustomActionData", productCode) &&
             FlagUninstallEntry(productCode, L"NoRepair"))
             result = kResultOne;
     }

@@ -44,18 +44,8 @@ void PlaceInstallerDialog(HWND insertAfter, UINT flags)
 
 bool ReadInstallManagerFolder(std::wstring& folder)
 {
-    HKEY key = NULL;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kInstallManagerKey, 0, KEY_READ, &key) != ERROR_SUCCESS)
-        return false;
-    // One character more than the read may fill, so the text always ends.
-    wchar_t data[kInstallDirBytes / sizeof(wchar_t) + 1] = {};
-    DWORD bytes = kInstallDirBytes;
-    LSTATUS status = RegQueryValueExW(key, L"InstallDir", NULL, NULL, reinterpret_cast<BYTE*>(data), &bytes);
-    RegCloseKey(key);
-    if (status != ERROR_SUCCESS)
-        return false;
-    folder = data;
-    return true;
+    return ReadRegistryText(kInstallManagerKey, KEY_READ, L"InstallDir", kInstallDirBytes / sizeof(wchar_t),
+                            kInstallDirBytes, kCloseKey, folder);
 }
 
 std::wstring GetInstallManagerPath(const std::wstring& folder)
@@ -81,9 +71,7 @@ bool RunInstallManager(const std::wstring& switches, bool wait)
 
     PlaceInstallerDialog(HWND_BOTTOM, kHideDialogFlags);
 
-    wchar_t commandLine[kCommandLineChars + 1];
-    BoundedCopy(commandLine, kCommandLineChars, command.str().c_str(), kCommandLineChars);
-    bool launched = LaunchProcessSecured(commandLine, command.str(), wait);
+    bool launched = LaunchCommandLine(LaunchProcessSecured, command.str(), wait);
     // The shell is the second try; the file goes to it with its quotes.
     if (!launched)
         launched = ShellLaunch(file.str().c_str(), switches.c_str(), wait);

@@ -1,7 +1,8 @@
 // The file layer: tests on a path, searches that fill a list of names, a
 // recursive copy and three ways to delete a directory. Nothing here throws for
 // a file-system failure; operations answer with a bool, and the searches keep
-// what they found so far.
+// what they found so far. Only DeleteDirectory logs, through g_hSession:
+// an action that calls it stores its session first.
 #pragma once
 
 #include <windows.h>

@@ -58,12 +58,17 @@ bool RunTaskKill(const std::wstring& switches)
     GetSpecialFolder(CSIDL_SYSTEM, systemFolder);
     std::wostringstream line;
     line << L"\"" << systemFolder << L"\\" << L"TaskKill.exe" << switches << L"\"";
-    wchar_t commandLine[kCommandLineChars + 1];
-    BoundedCopy(commandLine, kCommandLineChars, line.str().c_str(), kCommandLineChars);
-    return LaunchProcess(commandLine, line.str(), true);
+    return LaunchCommandLine(LaunchProcess, line.str(), true);
 }
 
 }  // namespace
+
+bool LaunchCommandLine(Launcher launch, const std::wstring& line, bool wait)
+{
+    wchar_t commandLine[kCommandLineChars + 1];
+    BoundedCopy(commandLine, kCommandLineChars, line.c_str(), kCommandLineChars);
+    return launch(commandLine, line, wait);
+}
 
 bool LaunchProcess(wchar_t* commandLine, const std::wstring&, bool wait)
 {

@@ -1,7 +1,8 @@
 // The registry layer: a value named by a path, in both registry views, the name
 // list of a key, the recursive key deletes and a few free operations that only
 // one or two actions need. Nothing here throws on a registry failure: results
-// say it, and the action decides what it means.
+// say it, and the action decides what it means. CreateRegDWValue and
+// CreateRegStringValue log through g_hSession: store the session first.
 #pragma once
 
 #include <windows.h>

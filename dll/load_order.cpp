@@ -1,6 +1,7 @@
 // Everything the library builds when it is loaded, in one translation unit so
 // that the order below is the order of construction (and the reverse of
-// destruction at unload). There is no DllMain of our own.
+// destruction at unload). There is no DllMain of our own. Only the DLL links
+// this unit: programs that link the static library make their own.
 #include "frame/frame.h"
 #include "framework/kestra_logger.h"
 #include "toolkit/registry.h"
