@@ -1,6 +1,6 @@
 // The settings store on real files: what it loads, and exactly what its saves
 // leave in the file.
-#include "harness/harness.h"
+#include "config/area.h"
 
 #include "config/config_store.h"
 #include "framework/error_handler.h"
@@ -12,6 +12,9 @@ using ::testing::ElementsAre;
 namespace {
 
 class ConfigStoreTest : public harness::ActionTest {
+protected:
+    ConfigStoreTest() : ActionTest(SuiteKeysArea()) {}
+
 protected:
     void SetUp() override
     {

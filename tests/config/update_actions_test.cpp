@@ -1,6 +1,6 @@
 // UpdateCfg and UpdateTesselCfg through the DLL, as deferred actions with
 // their CustomActionData, on a real settings file.
-#include "harness/harness.h"
+#include "config/area.h"
 
 #include <gmock/gmock.h>
 #include <shlobj.h>
@@ -14,6 +14,9 @@ namespace {
 const wchar_t kSuite[] = L"C:\\tessel\\scratch\\Suite\\";
 
 class UpdateActionsTest : public harness::ActionTest {
+protected:
+    UpdateActionsTest() : ActionTest(SuiteKeysArea()) {}
+
 protected:
     void SetUp() override
     {

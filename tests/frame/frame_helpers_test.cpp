@@ -1,5 +1,5 @@
 // The frame's own operations, called directly in a real session.
-#include "harness/harness.h"
+#include "frame/area.h"
 
 #include "frame/frame.h"
 
@@ -12,7 +12,10 @@ using ::testing::IsEmpty;
 
 namespace {
 
-class FrameTest : public harness::ActionTest {};
+class FrameTest : public harness::ActionTest {
+protected:
+    FrameTest() : ActionTest(SuiteKeysArea()) {}
+};
 
 TEST_F(FrameTest, LogMessageFormatsOneLineAndAddsNoLineEnd)
 {

@@ -1,5 +1,5 @@
 // The gate and the hand-off actions, called through the DLL in real sessions.
-#include "harness/harness.h"
+#include "frame/area.h"
 
 #include <gmock/gmock.h>
 
@@ -13,7 +13,10 @@ namespace {
 
 const wchar_t kInstallDir[] = L"C:\\Program Files\\Kestra Technologies\\Suite\\";
 
-class HandOffTest : public harness::ActionTest {};
+class HandOffTest : public harness::ActionTest {
+protected:
+    HandOffTest() : ActionTest(SuiteKeysArea()) {}
+};
 
 std::wstring GateMessage()
 {

@@ -1,5 +1,5 @@
 // Platform queries against the prefix's own registry and folders.
-#include "harness/harness.h"
+#include "frame/area.h"
 
 #include "frame/frame.h"
 #include "frame/platform.h"
@@ -9,7 +9,7 @@
 
 using harness::Repeat;
 using harness::Session;
-using harness::WriteRegString;
+using harness::SetText;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -17,7 +17,10 @@ namespace {
 
 const wchar_t kInstallKey[] = L"SOFTWARE\\Kestra Technologies\\Install";
 
-class PlatformTest : public harness::ActionTest {};
+class PlatformTest : public harness::ActionTest {
+protected:
+    PlatformTest() : ActionTest(SuiteKeysArea()) {}
+};
 
 TEST(PlatformQueries, AnswerForA64BitWindows10)
 {
@@ -40,11 +43,11 @@ TEST_F(PlatformTest, GetInstallDirReadsTheInstallManagersRoot)
 {
     EXPECT_EQ(L"", GetInstallDir());
 
-    WriteRegString(HKEY_LOCAL_MACHINE, kInstallKey, L"Other", L"x");
+    SetText(HKEY_LOCAL_MACHINE, kInstallKey, L"Other", L"x");
     EXPECT_EQ(L"", GetInstallDir());
 
     std::wstring deep = L"C:\\Program Files\\Kestra Technologies\\" + Repeat(L'd', 150) + L"\\";
-    WriteRegString(HKEY_LOCAL_MACHINE, kInstallKey, L"InstallDir", deep);
+    SetText(HKEY_LOCAL_MACHINE, kInstallKey, L"InstallDir", deep);
     EXPECT_EQ(deep, GetInstallDir());
 }
 
@@ -57,7 +60,7 @@ TEST_F(PlatformTest, GetINSTFolderReadsShortPathsAndLogsTwice)
     EXPECT_EQ(L"untouched", path);
     EXPECT_THAT(session.Log(), IsEmpty());
 
-    WriteRegString(HKEY_LOCAL_MACHINE, kInstallKey, L"InstallDir", L"C:\\Kestra\\");
+    SetText(HKEY_LOCAL_MACHINE, kInstallKey, L"InstallDir", L"C:\\Kestra\\");
     EXPECT_TRUE(GetINSTFolder(path));
     EXPECT_EQ(L"C:\\Kestra\\", path);
     EXPECT_THAT(session.Log(),
@@ -70,13 +73,13 @@ TEST_F(PlatformTest, GetINSTFolderFailsOnPathsOf130CharactersWhereGetInstallDirR
     Session session;
     g_hSession = session.handle();
     std::wstring fits = L"C:\\" + Repeat(L'f', 126);  // 129 characters
-    WriteRegString(HKEY_LOCAL_MACHINE, kInstallKey, L"InstallDir", fits);
+    SetText(HKEY_LOCAL_MACHINE, kInstallKey, L"InstallDir", fits);
     std::wstring path;
     EXPECT_TRUE(GetINSTFolder(path));
     EXPECT_EQ(fits, path);
 
     std::wstring tooLong = L"C:\\" + Repeat(L'g', 127);  // 130 characters
-    WriteRegString(HKEY_LOCAL_MACHINE, kInstallKey, L"InstallDir", tooLong);
+    SetText(HKEY_LOCAL_MACHINE, kInstallKey, L"InstallDir", tooLong);
     path = L"untouched";
     EXPECT_FALSE(GetINSTFolder(path));
     EXPECT_EQ(L"untouched", path);

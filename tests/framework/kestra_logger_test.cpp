@@ -1,6 +1,6 @@
 // The logger facade against stand-ins of kestraLog.dll, found as the suite
 // finds the real one.
-#include "harness/harness.h"
+#include "framework/area.h"
 
 #include "framework/kestra_logger.h"
 
@@ -31,7 +31,8 @@ LSTATUS WINAPI OpenInNativeView(HKEY root, LPCWSTR path, DWORD options, REGSAM a
 class KestraLoggerTest : public harness::ActionTest {
 protected:
     KestraLoggerTest()
-        : openPatch_(GetModuleHandleW(NULL), "advapi32.dll", "RegOpenKeyExW",
+        : ActionTest(SuiteKeysArea()),
+          openPatch_(GetModuleHandleW(NULL), "advapi32.dll", "RegOpenKeyExW",
                      reinterpret_cast<void*>(OpenInNativeView))
     {
     }
@@ -74,7 +75,7 @@ protected:
 TEST_F(KestraLoggerTest, WritesTimedLinesThroughTheLibraryAtItsLocation)
 {
     std::wstring folder = PlaceLibrary(std::wstring(harness::kScratchFolder) + L"Log Dir");
-    harness::WriteRegString(HKEY_LOCAL_MACHINE, kLogKey, L"Location", folder);
+    harness::SetText(HKEY_LOCAL_MACHINE, kLogKey, L"Location", folder);
     {
         KestraLogger logger;
         EXPECT_TRUE(logger.Log("Configuration", 1, L"The directory >%s< is not writable\n", L"C:\\Suite\\Config"));
@@ -91,7 +92,7 @@ TEST_F(KestraLoggerTest, WritesTimedLinesThroughTheLibraryAtItsLocation)
 
 TEST_F(KestraLoggerTest, ASeparatorLineHasNoTime)
 {
-    harness::WriteRegString(HKEY_LOCAL_MACHINE, kLogKey, L"Location",
+    harness::SetText(HKEY_LOCAL_MACHINE, kLogKey, L"Location",
                             PlaceLibrary(std::wstring(harness::kScratchFolder) + L"logs/"));
     KestraLogger logger;
     EXPECT_TRUE(logger.Log("Configuration", 0, L"==== %s ====", L"start"));
@@ -101,7 +102,7 @@ TEST_F(KestraLoggerTest, ASeparatorLineHasNoTime)
 
 TEST_F(KestraLoggerTest, DropsLinesMoreDetailedThanTheLibrarysLevel)
 {
-    harness::WriteRegString(HKEY_LOCAL_MACHINE, kLogKey, L"Location",
+    harness::SetText(HKEY_LOCAL_MACHINE, kLogKey, L"Location",
                             PlaceLibrary(std::wstring(harness::kScratchFolder) + L"logs"));
     SetEnvironmentVariableW(L"KESTRALOG_LEVEL", L"1");
     KestraLogger logger;
@@ -116,7 +117,7 @@ TEST_F(KestraLoggerTest, DropsLinesMoreDetailedThanTheLibrarysLevel)
 TEST_F(KestraLoggerTest, WithoutTheLibraryNothingHappensAndNothingFails)
 {
     // The key names a folder without the library; nothing in the search order has it either.
-    harness::WriteRegString(HKEY_LOCAL_MACHINE, kLogKey, L"Location", L"C:\\tessel\\scratch\\empty");
+    harness::SetText(HKEY_LOCAL_MACHINE, kLogKey, L"Location", L"C:\\tessel\\scratch\\empty");
     KestraLogger logger;
     EXPECT_EQ(1, logger.GetLogLevel());
     EXPECT_FALSE(logger.Log("Configuration", 2, L"dropped before formatting"));
@@ -127,7 +128,7 @@ TEST_F(KestraLoggerTest, WithoutTheLibraryNothingHappensAndNothingFails)
     EXPECT_EQ("", Recorded());
 
     // A failed load is tried again at the next line.
-    harness::WriteRegString(HKEY_LOCAL_MACHINE, kLogKey, L"Location",
+    harness::SetText(HKEY_LOCAL_MACHINE, kLogKey, L"Location",
                             PlaceLibrary(L"C:\\tessel\\scratch\\empty"));
     EXPECT_TRUE(logger.Log("Configuration", 0, L"==== found"));
 }
@@ -143,7 +144,7 @@ TEST_F(KestraLoggerTest, WithoutTheKeyTheSystemsSearchOrderFindsTheLibrary)
 
 TEST_F(KestraLoggerTest, ALibraryWithoutTheWriterTakesNoLine)
 {
-    harness::WriteRegString(HKEY_LOCAL_MACHINE, kLogKey, L"Location",
+    harness::SetText(HKEY_LOCAL_MACHINE, kLogKey, L"Location",
                             PlaceLibrary(std::wstring(harness::kScratchFolder) + L"logs", L"kestra_log_nowrite.dll"));
     KestraLogger logger;
     EXPECT_FALSE(logger.Log("Configuration", 1, L"one"));
@@ -152,11 +153,14 @@ TEST_F(KestraLoggerTest, ALibraryWithoutTheWriterTakesNoLine)
     EXPECT_TRUE(logger.Unload());
 }
 
-class KestraLoggerOnTheRealRegistryTest : public harness::ActionTest {};
+class KestraLoggerOnTheRealRegistryTest : public harness::ActionTest {
+protected:
+    KestraLoggerOnTheRealRegistryTest() : ActionTest(SuiteKeysArea()) {}
+};
 
 TEST_F(KestraLoggerOnTheRealRegistryTest, TheKeyCannotBeOpenedSoTheSearchOrderDecides)
 {
-    harness::WriteRegString(HKEY_LOCAL_MACHINE, kLogKey, L"Location", L"C:\\tessel\\scratch\\nowhere");
+    harness::SetText(HKEY_LOCAL_MACHINE, kLogKey, L"Location", L"C:\\tessel\\scratch\\nowhere");
     HKEY key = NULL;
     EXPECT_NE(ERROR_SUCCESS, RegOpenKeyExW(HKEY_LOCAL_MACHINE, kLogKey, 0, 0x20319, &key));
     KestraLogger logger;

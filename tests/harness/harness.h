@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,9 @@ typedef std::vector<Row> Rows;
 
 // A package built in the temp folder and opened as a session. `properties` go
 // into the Property table, `kestraRows` into Kestra_InstallProperties.
+// The installer's UI handler is process-wide: a message goes to the session
+// being opened or called, else to the newest live one, so that sessions of an
+// immediate and a deferred action can live side by side in one test.
 class Session {
 public:
     Session(std::initializer_list<Row> properties = {}, std::initializer_list<Row> kestraRows = {})
@@ -53,7 +57,6 @@ private:
 
     std::wstring path_;
     MSIHANDLE handle_;
-    INSTALLUI_HANDLERW previousHandler_;
     std::vector<std::wstring> infoLines_;
     std::vector<std::wstring> userMessages_;
 };
@@ -89,29 +92,108 @@ private:
     ImportPatch patch_;
 };
 
-// What the library's actions may touch on this machine. Cleared before and
-// after each test so that no test sees another's leftovers.
-class MachineState {
-public:
-    static void Clear();
+// A tree of keys cleared in both registry views.
+struct KeyTree {
+    HKEY root;
+    std::wstring path;
 };
 
-// The base of every test that touches the machine or opens a session.
+// What one test program's actions may touch on this machine: cleared before
+// and after each test, so that no test sees another's leftovers. The scratch
+// folder and the restart queue's entries under it are always cleared.
+struct Area {
+    std::vector<KeyTree> keys;
+    std::vector<std::wstring> folders;
+    std::vector<std::wstring> services;  // stopped (ended if need be) and deleted
+};
+void ClearArea(const Area& area);
+
+typedef std::vector<std::wstring> Lines;
+
+// How a case checks the action's own log lines.
+struct LogCheck {
+    enum Mode { kUnchecked, kExact, kIncludes };
+    Mode mode = kUnchecked;
+    Lines lines;
+};
+inline LogCheck Exactly(const Lines& lines) { return {LogCheck::kExact, lines}; }
+// Each line appears, in this order, among others.
+inline LogCheck Includes(const Lines& lines) { return {LogCheck::kIncludes, lines}; }
+void ExpectLog(const Session& session, const LogCheck& check);
+
+// One row of an action table: a fresh session with `properties` (a deferred
+// action's CustomActionData is one of them), `arrange` run first, then the
+// export called; its result, its log and `check` on the effects. A failure
+// names the row.
+struct ActionCase {
+    std::string row;
+    const char* action;
+    Rows properties;
+    std::function<void()> arrange;
+    UINT result;
+    LogCheck log;
+    std::function<void(Session&)> check;
+    Rows kestraRows;
+};
+
+// The base of every test that touches the machine or opens a session: holds
+// the machine lock, and starts and ends on a cleared area.
 class ActionTest : public ::testing::Test {
 protected:
+    explicit ActionTest(Area area) : area_(std::move(area)) {}
     void SetUp() override;
     void TearDown() override;
+    // Runs each case on a cleared area.
+    void RunCases(const std::vector<ActionCase>& cases);
+
+private:
+    Area area_;
 };
 
-// Registry helpers for setting up and checking state; both take an
-// explicit view (0, KEY_WOW64_32KEY or KEY_WOW64_64KEY).
-void WriteRegString(HKEY root, const std::wstring& key, const std::wstring& name, const std::wstring& value,
-                    REGSAM view = 0);
-bool ReadRegString(HKEY root, const std::wstring& key, const std::wstring& name, std::wstring& value,
-                   REGSAM view = 0);
+// Registry helpers for setting up and checking state. `view` is 0 (native),
+// KEY_WOW64_32KEY or KEY_WOW64_64KEY; keys are created as needed.
+void SetValue(HKEY root, const std::wstring& key, const std::wstring& name, DWORD type, const void* data,
+              DWORD bytes, REGSAM view = 0);
+void SetText(HKEY root, const std::wstring& key, const std::wstring& name, const std::wstring& text,
+             REGSAM view = 0);
+void SetDword(HKEY root, const std::wstring& key, const std::wstring& name, DWORD value, REGSAM view = 0);
+void CreateKey(HKEY root, const std::wstring& key, REGSAM view = 0);
+bool KeyExists(HKEY root, const std::wstring& key, REGSAM view = 0);
+bool HasValue(HKEY root, const std::wstring& key, const std::wstring& name, REGSAM view = 0);
+// "<missing>" when the value is absent or no text.
+std::wstring TextOf(HKEY root, const std::wstring& key, const std::wstring& name, REGSAM view = 0);
+const DWORD kMissingDword = 0xDEADBEEF;
+DWORD DwordOf(HKEY root, const std::wstring& key, const std::wstring& name, REGSAM view = 0);
+// Names of the sub-keys, or of the values, in the registry's order.
+Lines SubKeysOf(HKEY root, const std::wstring& key, REGSAM view = 0);
+Lines ValueNamesOf(HKEY root, const std::wstring& key, REGSAM view = 0);
 void DeleteRegTree(HKEY root, const std::wstring& key, REGSAM view = 0);
 
-// Product codes whose uninstall entries tests may create; the fixture clears them.
+// File helpers. Folders are made with their parents.
+void MakeFolders(const std::wstring& path);
+void MakeFile(const std::wstring& path, const std::string& content = "x", DWORD attributes = 0);
+bool Exists(const std::wstring& path);
+// The restart queue as stored: source, target, source, ..., each ending in a null.
+std::wstring PendingRenames();
+
+// While alive, `module`'s Sleep and GetTickCount run on a clock of their own:
+// a sleep advances it without waiting, and each tick read advances it by a
+// millisecond, so that a spin ends too.
+class FakeClock {
+public:
+    explicit FakeClock(HMODULE module = TesselDll());
+    ~FakeClock();
+    FakeClock(const FakeClock&) = delete;
+    FakeClock& operator=(const FakeClock&) = delete;
+    // Milliseconds the clock has moved since it was made.
+    static ULONGLONG Elapsed();
+
+private:
+    ImportPatch sleep_;
+    ImportPatch tick_;
+};
+
+// Product codes whose uninstall entries tests may create.
 #define TESSEL_TEST_PRODUCT_1 L"{7E57C0DE-0000-4000-8000-000000000001}"
 #define TESSEL_TEST_PRODUCT_2 L"{7E57C0DE-0000-4000-8000-000000000002}"
 

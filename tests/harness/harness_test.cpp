@@ -1,57 +1,77 @@
 // The harness's own tools, checked before other tests rely on them.
 #include "harness/harness.h"
+#include "toolkit/file.h"
 
 #include <gmock/gmock.h>
 
-using harness::ActionTest;
 using harness::InstallRecorder;
 using harness::RecordedCommandLines;
 using harness::RunToExit;
+using harness::Session;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 namespace {
 
-class HarnessTest : public ActionTest {};
+const wchar_t kInstallKey[] = L"SOFTWARE\\Kestra Technologies\\Install";
 
-TEST_F(HarnessTest, TheRecorderKeepsEveryCommandLineExactly)
+class HarnessTest : public harness::ActionTest {
+protected:
+    HarnessTest() : ActionTest({{{HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kestra Technologies"}}, {}, {}}) {}
+};
+
+TEST_F(HarnessTest, TheRecorderKeepsEveryCommandLineAndExitsWithTheCodeItIsGiven)
 {
     std::wstring tool = std::wstring(harness::kScratchFolder) + L"Fake App\\tool.exe";
     InstallRecorder(tool);
     EXPECT_THAT(RecordedCommandLines(tool), IsEmpty());
-
     std::wstring first = L"\"" + tool + L"\" /a \"b c\"  -d";
     std::wstring second = L"\"" + tool + L"\" \x00e9t\x00e9";
     EXPECT_EQ(0u, RunToExit(first));
-    EXPECT_EQ(0u, RunToExit(second));
+    SetEnvironmentVariableW(L"RECORDER_EXIT_CODE", L"1603");
+    EXPECT_EQ(1603u, RunToExit(second));
+    SetEnvironmentVariableW(L"RECORDER_EXIT_CODE", NULL);
     EXPECT_THAT(RecordedCommandLines(tool), ElementsAre(first, second));
 }
 
-TEST_F(HarnessTest, TheRecorderExitsWithTheCodeItIsGiven)
+TEST_F(HarnessTest, TheAreaIsClearedInBothViews)
 {
-    std::wstring tool = std::wstring(harness::kScratchFolder) + L"tool.exe";
-    InstallRecorder(tool);
-    SetEnvironmentVariableW(L"RECORDER_EXIT_CODE", L"1603");
-    SetEnvironmentVariableW(L"RECORDER_DELAY_MS", L"200");
-    DWORD start = GetTickCount();
-    DWORD exitCode = RunToExit(L"\"" + tool + L"\"");
-    DWORD took = GetTickCount() - start;
-    SetEnvironmentVariableW(L"RECORDER_EXIT_CODE", NULL);
-    SetEnvironmentVariableW(L"RECORDER_DELAY_MS", NULL);
-    EXPECT_EQ(1603u, exitCode);
-    EXPECT_GE(took, 150u);
+    harness::SetText(HKEY_LOCAL_MACHINE, kInstallKey, L"InstallDir", L"x", KEY_WOW64_32KEY);
+    harness::MakeFile(std::wstring(harness::kScratchFolder) + L"a\\b.txt");
+    harness::ClearArea({{{HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kestra Technologies"}}, {}, {}});
+    EXPECT_EQ(L"<missing>", harness::TextOf(HKEY_LOCAL_MACHINE, kInstallKey, L"InstallDir", KEY_WOW64_32KEY));
+    EXPECT_FALSE(harness::Exists(L"C:\\tessel\\scratch"));
 }
 
-TEST_F(HarnessTest, TheMachineStateIsClearedBetweenTests)
+// An immediate action and the deferred one it feeds, each in its own session:
+// each keeps its own log, whichever was made or ended last.
+TEST_F(HarnessTest, EachSessionKeepsItsOwnLog)
 {
-    harness::WriteRegString(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kestra Technologies\\Install", L"InstallDir", L"x",
-                            KEY_WOW64_32KEY);
-    CreateDirectoryW(L"C:\\tessel\\scratch", NULL);
-    harness::MachineState::Clear();
-    std::wstring value;
-    EXPECT_FALSE(harness::ReadRegString(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kestra Technologies\\Install",
-                                        L"InstallDir", value, KEY_WOW64_32KEY));
-    EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesW(L"C:\\tessel\\scratch"));
+    Session immediate({{L"INSTALLDIR", L"C:\\Suite\\"}});
+    {
+        Session deferred({{L"CustomActionData", L"C:\\Nowhere\\"}});
+        EXPECT_EQ(0u, immediate.Call("SetInstallDir"));
+        EXPECT_EQ(0u, deferred.Call("UpdateCfg"));
+        EXPECT_THAT(deferred.Log(), ElementsAre(L"TESSEL_CA UpdateCfg: C:\\Nowhere\\ \n"));
+    }
+    EXPECT_EQ(1612u, immediate.Call("LaunchedFromFerrule"));
+    EXPECT_EQ(4u, immediate.Log().size());
+    EXPECT_EQ(L"TESSEL_CA Not Launched from Ferrule and unable to get property", immediate.Log().back());
+    EXPECT_EQ(1u, immediate.UserMessages().size());
+}
+
+// Half a second of retrying a folder that can't go passes at once on the fake clock.
+TEST_F(HarnessTest, TheFakeClockRunsTheLibrarysWaitsWithoutWaiting)
+{
+    const std::wstring folder = std::wstring(harness::kScratchFolder) + L"held";
+    harness::MakeFile(folder + L"\\in use.txt");
+    HANDLE held = CreateFileW((folder + L"\\in use.txt").c_str(), GENERIC_READ, 0, NULL, OPEN_EXISTING, 0, NULL);
+    {
+        harness::FakeClock clock(GetModuleHandleW(NULL));
+        EXPECT_FALSE(removeDirRecursive(folder));
+        EXPECT_GE(harness::FakeClock::Elapsed(), 500u);
+    }
+    CloseHandle(held);
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// The machine state that the library's actions touch, and the lock that
-// keeps test programs running side by side under ctest -j off each other.
+// Clearing what a test program's actions touch, and the lock that keeps test
+// programs running side by side under ctest -j off each other.
 #include "harness/harness.h"
 
 #include <shellapi.h>
@@ -9,39 +9,6 @@
 namespace harness {
 
 namespace {
-
-struct KeyTree {
-    HKEY root;
-    const wchar_t* path;
-};
-
-// Cleared in both registry views.
-const KeyTree kKeyTrees[] = {
-    {HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kestra Technologies"},
-    {HKEY_LOCAL_MACHINE, L"SOFTWARE\\TesselTest"},
-    {HKEY_CLASSES_ROOT, L"SOFTWARE\\TesselTest"},
-    {HKEY_CURRENT_USER, L"SOFTWARE\\TesselTest"},
-    // The suite's own records, which the removal actions clear.
-    {HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kestra"},
-    {HKEY_LOCAL_MACHINE, L"SOFTWARE\\Orvel"},
-    {HKEY_LOCAL_MACHINE, L"SOFTWARE\\OrvelBranding"},
-    {HKEY_CURRENT_USER, L"SOFTWARE\\Orvel"},
-    {HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\Orvel Quillon Install Manager"},
-    {HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\All Kestra Software"},
-    {HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\" TESSEL_TEST_PRODUCT_1},
-    {HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\" TESSEL_TEST_PRODUCT_2},
-};
-
-// Folders removed whole.
-const wchar_t* const kFolders[] = {
-    L"C:\\tessel\\scratch",
-    // Where the removal actions look for the suite's folders.
-    L"C:\\Program Files\\Orvel",
-    L"C:\\Program Files\\Kestra Technologies",
-    L"C:\\Program Files\\Common Files\\Kestra Technologies",
-    L"C:\\Program Files (x86)\\Kestra Technologies",
-    L"C:\\ProgramData\\Orvel",
-};
 
 void DeleteFolderTree(const wchar_t* folder)
 {
@@ -87,13 +54,6 @@ void ClearPendingDeletesUnder(const std::wstring& folder)
     }
     RegCloseKey(key);
 }
-
-// Services the tests create: stopped (ended if they won't stop) and deleted.
-const wchar_t* const kServices[] = {
-    L"TesselTestServiceA",
-    L"TesselTestServiceB",
-    L"TesselTestServiceC",
-};
 
 // Polls for SERVICE_STOPPED for up to `timeoutMs`; `status` is the last read.
 bool WaitForServiceStopped(SC_HANDLE service, DWORD timeoutMs, SERVICE_STATUS_PROCESS& status)
@@ -155,74 +115,37 @@ HANDLE MachineLock()
 
 }  // namespace
 
-void MachineState::Clear()
+void ClearArea(const Area& area)
 {
-    for (const KeyTree& tree : kKeyTrees) {
+    for (const KeyTree& tree : area.keys) {
         DeleteRegTree(tree.root, tree.path, KEY_WOW64_64KEY);
         DeleteRegTree(tree.root, tree.path, KEY_WOW64_32KEY);
     }
-    for (const wchar_t* folder : kFolders)
-        DeleteFolderTree(folder);
+    DeleteFolderTree(kScratchFolder);
+    for (const std::wstring& folder : area.folders)
+        DeleteFolderTree(folder.c_str());
     ClearPendingDeletesUnder(kScratchFolder);
+    if (area.services.empty())
+        return;
     SC_HANDLE manager = OpenSCManagerW(NULL, NULL, SC_MANAGER_ALL_ACCESS);
-    if (manager != NULL) {
-        for (const wchar_t* service : kServices)
-            RemoveService(manager, service);
-        CloseServiceHandle(manager);
-    }
+    if (manager == NULL)
+        return;
+    for (const std::wstring& service : area.services)
+        RemoveService(manager, service.c_str());
+    CloseServiceHandle(manager);
 }
 
 void ActionTest::SetUp()
 {
     // An abandoned lock (a test program that died) is ours all the same.
     WaitForSingleObject(MachineLock(), INFINITE);
-    MachineState::Clear();
+    ClearArea(area_);
 }
 
 void ActionTest::TearDown()
 {
-    MachineState::Clear();
+    ClearArea(area_);
     ReleaseMutex(MachineLock());
-}
-
-void WriteRegString(HKEY root, const std::wstring& key, const std::wstring& name, const std::wstring& value,
-                    REGSAM view)
-{
-    HKEY handle;
-    if (RegCreateKeyExW(root, key.c_str(), 0, NULL, 0, KEY_ALL_ACCESS | view, NULL, &handle, NULL) !=
-        ERROR_SUCCESS)
-        throw std::runtime_error("RegCreateKeyExW failed");
-    RegSetValueExW(handle, name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
-                   static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)));
-    RegCloseKey(handle);
-}
-
-bool ReadRegString(HKEY root, const std::wstring& key, const std::wstring& name, std::wstring& value,
-                   REGSAM view)
-{
-    HKEY handle;
-    if (RegOpenKeyExW(root, key.c_str(), 0, KEY_READ | view, &handle) != ERROR_SUCCESS)
-        return false;
-    wchar_t data[2048];
-    DWORD bytes = sizeof(data) - sizeof(wchar_t);
-    DWORD type = 0;
-    LSTATUS status = RegQueryValueExW(handle, name.c_str(), NULL, &type, reinterpret_cast<BYTE*>(data), &bytes);
-    RegCloseKey(handle);
-    if (status != ERROR_SUCCESS || (type != REG_SZ && type != REG_EXPAND_SZ))
-        return false;
-    data[bytes / sizeof(wchar_t)] = L'\0';
-    value = data;
-    return true;
-}
-
-void DeleteRegTree(HKEY root, const std::wstring& key, REGSAM view)
-{
-    HKEY handle;
-    if (RegOpenKeyExW(root, key.c_str(), 0, KEY_ALL_ACCESS | view, &handle) != ERROR_SUCCESS)
-        return;
-    RegDeleteTreeW(handle, NULL);
-    RegCloseKey(handle);
-    RegDeleteKeyExW(root, key.c_str(), view, 0);
 }
 
 }  // namespace harness

@@ -5,6 +5,7 @@
 #include <msidefs.h>
 #include <objbase.h>
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace harness {
@@ -67,8 +68,24 @@ std::wstring TempPackagePath()
 
 }  // namespace
 
-Session::Session(const Rows& properties, const Rows& kestraRows)
-    : path_(TempPackagePath()), handle_(0), previousHandler_(NULL)
+namespace {
+
+// Sessions alive, oldest first, and those being opened or called, innermost last.
+std::vector<Session*> g_live;
+std::vector<Session*> g_active;
+
+// Marks a session as the one the installer is talking to, for one scope.
+class Activation {
+public:
+    explicit Activation(Session* session) { g_active.push_back(session); }
+    ~Activation() { g_active.pop_back(); }
+    Activation(const Activation&) = delete;
+    Activation& operator=(const Activation&) = delete;
+};
+
+}  // namespace
+
+Session::Session(const Rows& properties, const Rows& kestraRows) : path_(TempPackagePath()), handle_(0)
 {
     {
         PMSIHANDLE database;
@@ -78,22 +95,32 @@ Session::Session(const Rows& properties, const Rows& kestraRows)
         WriteSummary(database);
         Check(MsiDatabaseCommit(database), "MsiDatabaseCommit");
     }
-    MsiSetInternalUI(INSTALLUILEVEL_NONE, NULL);
-    previousHandler_ = MsiSetExternalUIW(OnMessage, INSTALLLOGMODE_INFO | INSTALLLOGMODE_USER, this);
-    Check(MsiOpenPackageExW(path_.c_str(), MSIOPENPACKAGEFLAGS_IGNOREMACHINESTATE, &handle_),
-          "MsiOpenPackageExW");
+    static bool handlerSet = false;
+    if (!handlerSet) {
+        MsiSetInternalUI(INSTALLUILEVEL_NONE, NULL);
+        MsiSetExternalUIW(OnMessage, INSTALLLOGMODE_INFO | INSTALLLOGMODE_USER, NULL);
+        handlerSet = true;
+    }
+    {
+        Activation opening(this);
+        Check(MsiOpenPackageExW(path_.c_str(), MSIOPENPACKAGEFLAGS_IGNOREMACHINESTATE, &handle_),
+              "MsiOpenPackageExW");
+    }
+    g_live.push_back(this);
 }
 
 Session::~Session()
 {
     MsiCloseHandle(handle_);
-    MsiSetExternalUIW(previousHandler_, 0, NULL);
+    g_live.erase(std::find(g_live.begin(), g_live.end(), this));
     DeleteFileW(path_.c_str());
 }
 
-INT CALLBACK Session::OnMessage(LPVOID context, UINT type, LPCWSTR text)
+INT CALLBACK Session::OnMessage(LPVOID, UINT type, LPCWSTR text)
 {
-    Session* session = static_cast<Session*>(context);
+    Session* session = !g_active.empty() ? g_active.back() : !g_live.empty() ? g_live.back() : NULL;
+    if (session == NULL)
+        return 0;
     std::wstring line = text ? text : L"";
     switch (type & 0xFF000000) {
     case INSTALLMESSAGE_INFO:
@@ -110,7 +137,9 @@ INT CALLBACK Session::OnMessage(LPVOID context, UINT type, LPCWSTR text)
 
 UINT Session::Call(const char* exportName)
 {
-    return Export(exportName)(handle_);
+    ActionFn action = Export(exportName);
+    Activation calling(this);
+    return action(handle_);
 }
 
 std::wstring Session::Property(const std::wstring& name) const

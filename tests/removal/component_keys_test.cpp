@@ -1,6 +1,6 @@
 // The components' keys, the branding folder and the install manager's reboot
 // flag, in real sessions on the prefix's registry and files.
-#include "harness/harness.h"
+#include "removal/area.h"
 #include "removal/record_registry.h"
 #include "removal/removal.h"
 
@@ -13,7 +13,10 @@ using ::testing::IsEmpty;
 
 namespace {
 
-class RecordComponentKeysTest : public harness::ActionTest {};
+class RecordComponentKeysTest : public harness::ActionTest {
+protected:
+    RecordComponentKeysTest() : ActionTest(RemovalArea()) {}
+};
 
 const std::wstring kKestra = L"SOFTWARE\\Kestra";
 const std::wstring kKestra32 = L"SOFTWARE\\Wow6432Node\\Kestra";
@@ -121,7 +124,10 @@ TEST_F(RecordComponentKeysTest, DeleteandRetainValuesKeepsWhatTheBrandingKeyName
     EXPECT_THAT(session.Log(), IsEmpty());
 }
 
-class RecordRebootFlagTest : public harness::ActionTest {};
+class RecordRebootFlagTest : public harness::ActionTest {
+protected:
+    RecordRebootFlagTest() : ActionTest(RemovalArea()) {}
+};
 
 const std::wstring kManager = L"SOFTWARE\\Kestra Technologies\\Install\\Kestra Quillon Install Manager";
 const std::wstring kManager32 =

@@ -1,6 +1,6 @@
 // The folder removal actions through the DLL, in real sessions, on real folders
 // and registry values of the prefix.
-#include "harness/harness.h"
+#include "removal/area.h"
 
 #include "frame/frame.h"
 #include "removal/removal.h"
@@ -43,7 +43,7 @@ bool Exists(const std::wstring& path)
 
 void SetInstallValue(const wchar_t* name, const std::wstring& value)
 {
-    harness::WriteRegString(HKEY_LOCAL_MACHINE, kInstallKey, name, value);
+    harness::SetText(HKEY_LOCAL_MACHINE, kInstallKey, name, value);
 }
 
 const std::wstring kFerrule = kOrvel + L"\\Ferrule";
@@ -127,7 +127,10 @@ private:
     std::vector<Matcher<std::wstring>> lines_;
 };
 
-class FolderRemovalTest : public harness::ActionTest {};
+class FolderRemovalTest : public harness::ActionTest {
+protected:
+    FolderRemovalTest() : ActionTest(RemovalArea()) {}
+};
 
 // Every DeleteFolder set-up without InstallDir keeps the Orvel folder absent
 // or holding a file at the end: otherwise the last delete is handed a lone
@@ -265,9 +268,7 @@ TEST_F(FolderRemovalTest, DeleteFolderRemovesTheFilterDriverFolderOnTheMarkerAnd
     EXPECT_THAT(session.Log(), ElementsAreArray(expected.matchers()));
     EXPECT_FALSE(Exists(filterDrv));
     EXPECT_TRUE(Exists(kOrvel + L"\\Halyard\\Halyard.exe"));
-    std::wstring marker;
-    EXPECT_TRUE(harness::ReadRegString(HKEY_LOCAL_MACHINE, kInstallKey, L"RemoveFilterDrv", marker));
-    EXPECT_EQ(L"YES", marker);
+    EXPECT_EQ(L"YES", harness::TextOf(HKEY_LOCAL_MACHINE, kInstallKey, L"RemoveFilterDrv"));
 
     // Any other text leaves the folder alone.
     PutFile(filterDrv + L"\\OrvelFilter.sys");

@@ -1,6 +1,6 @@
 // The package records at uninstall, through the DLL in real sessions: package
 // keys and their parents, Add or Remove Programs entries, the install-wide values.
-#include "harness/harness.h"
+#include "removal/area.h"
 #include "removal/record_registry.h"
 
 #include <gmock/gmock.h>
@@ -26,7 +26,10 @@ const std::wstring kManager = kInstall + L"Kestra Quillon Install Manager";
 const wchar_t kPackageA[] = L"W-10-1A00-000-002-300-001-00-25";
 const wchar_t kPackageB[] = L"W-10-1B00-000-002-301-001-00-25";
 
-class RecordCleanupTest : public harness::ActionTest {};
+class RecordCleanupTest : public harness::ActionTest {
+protected:
+    RecordCleanupTest() : ActionTest(RemovalArea()) {}
+};
 
 std::wstring Deleting(const std::wstring& path)
 {
@@ -259,6 +262,9 @@ TEST_F(RecordCleanupTest, DisableRepairForFerruleWritesNoRepairWhenTheSettingsSa
 // In a child process, the state is the parent's: the child neither takes the
 // machine lock (the parent holds it) nor clears anything.
 class RecordCleanupDeathTest : public harness::ActionTest {
+protected:
+    RecordCleanupDeathTest() : ActionTest(RemovalArea()) {}
+
 protected:
     static bool InChild() { return wcsstr(GetCommandLineW(), L"--gtest_internal_run_death_test") != NULL; }
     void SetUp() override

@@ -1,6 +1,6 @@
 // The hand-over of a removal to the install manager, through the DLL in real
 // sessions, with the recording program standing in for the install manager.
-#include "harness/harness.h"
+#include "removal/area.h"
 
 #include <gmock/gmock.h>
 
@@ -90,6 +90,9 @@ private:
 
 class HandoverTest : public harness::ActionTest {
 protected:
+    HandoverTest() : ActionTest(RemovalArea()) {}
+
+protected:
     void SetUp() override
     {
         ActionTest::SetUp();
@@ -105,8 +108,8 @@ protected:
 
     void InstallManager(const wchar_t* ferruleReboot = L"no")
     {
-        harness::WriteRegString(HKEY_LOCAL_MACHINE, kInstallManagerKey, L"InstallDir", folder_);
-        harness::WriteRegString(HKEY_LOCAL_MACHINE, kInstallManagerKey, L"Ferrule_Reboot", ferruleReboot);
+        harness::SetText(HKEY_LOCAL_MACHINE, kInstallManagerKey, L"InstallDir", folder_);
+        harness::SetText(HKEY_LOCAL_MACHINE, kInstallManagerKey, L"Ferrule_Reboot", ferruleReboot);
         InstallRecorder(manager_);
     }
 
@@ -196,7 +199,7 @@ TEST_F(HandoverTest, WithoutTheInstallManagersFolderNothingStartsAndTheFailureCo
     // A folder of 130 characters doesn't fit the 260 bytes read: no launch is even tried.
     std::wstring longFolder = std::wstring(harness::kScratchFolder) + harness::Repeat(L'q', 111) + L"\\";
     ASSERT_EQ(130u, longFolder.size());
-    harness::WriteRegString(HKEY_LOCAL_MACHINE, kInstallManagerKey, L"InstallDir", longFolder);
+    harness::SetText(HKEY_LOCAL_MACHINE, kInstallManagerKey, L"InstallDir", longFolder);
     Session session;
     EXPECT_EQ(1627u, session.Call("LaunchApp_Update"));
     EXPECT_THAT(session.Log(), IsEmpty());

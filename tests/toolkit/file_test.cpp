@@ -1,5 +1,5 @@
 // The file layer on the prefix's real file system, under the scratch folder.
-#include "harness/harness.h"
+#include "toolkit/area.h"
 
 #include "frame/frame.h"
 #include "toolkit/file.h"
@@ -18,7 +18,10 @@ using ::testing::UnorderedElementsAre;
 
 namespace {
 
-class FileTest : public harness::ActionTest {};
+class FileTest : public harness::ActionTest {
+protected:
+    FileTest() : ActionTest(ToolkitArea()) {}
+};
 
 std::wstring Scratch(const std::wstring& relative)
 {

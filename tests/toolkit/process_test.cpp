@@ -1,6 +1,6 @@
 // Child processes started for real in the prefix, with the recording program
 // standing in for the tools.
-#include "harness/harness.h"
+#include "toolkit/area.h"
 
 #include "frame/frame.h"
 #include "frame/platform.h"
@@ -28,6 +28,9 @@ std::vector<std::wstring> AwaitRecordOf(const std::wstring& program, size_t coun
 }
 
 class ProcessTest : public harness::ActionTest {
+protected:
+    ProcessTest() : ActionTest(ToolkitArea()) {}
+
 protected:
     void SetUp() override
     {

@@ -1,7 +1,7 @@
 // The registry layer on the prefix's real registry, in both views. Keys live
 // under SOFTWARE\TesselTest (HKLM, HKCR, HKCU), which the fixture clears; under
 // the layer's fixed paths only the values set here are removed.
-#include "harness/harness.h"
+#include "toolkit/area.h"
 
 #include "frame/frame.h"
 #include "toolkit/registry.h"
@@ -19,7 +19,7 @@
 
 using harness::Repeat;
 using harness::Session;
-using harness::WriteRegString;
+using harness::SetText;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -77,9 +77,8 @@ std::string ValueShape(HKEY root, const std::wstring& path, const std::wstring& 
 
 std::wstring ReadText(HKEY root, const std::wstring& path, const std::wstring& name, REGSAM view)
 {
-    std::wstring text = L"<absent>";
-    harness::ReadRegString(root, path, name, text, view);
-    return text;
+    std::wstring text = harness::TextOf(root, path, name, view);
+    return text == L"<missing>" ? L"<absent>" : text;
 }
 
 // Sub-key names, or with `values` value names, in the registry's order.
@@ -155,7 +154,10 @@ std::string CapturedStdout(Call call)
     return text.str();
 }
 
-class RegistryTest : public harness::ActionTest {};
+class RegistryTest : public harness::ActionTest {
+protected:
+    RegistryTest() : ActionTest(ToolkitArea()) {}
+};
 
 TEST(RegistryValue, SplitsItsPathAtTheLastBackslash)
 {
@@ -187,14 +189,14 @@ TEST_F(RegistryTest, ReadTakesTheNativeViewFirstAndFallsBackToThe32BitView)
     EXPECT_EQ(L"", value.read());
 
     // Only the 32-bit key exists; then the native key exists without the value.
-    WriteRegString(HKLM, Under(L"Install"), L"Location", L"C:\\Old32\\", k32);
+    SetText(HKLM, Under(L"Install"), L"Location", L"C:\\Old32\\", k32);
     EXPECT_TRUE(value.exists());
     EXPECT_EQ(L"C:\\Old32\\", value.read());
-    WriteRegString(HKLM, Under(L"Install"), L"Other", L"x", k64);
+    SetText(HKLM, Under(L"Install"), L"Other", L"x", k64);
     EXPECT_TRUE(value.exists());
     EXPECT_EQ(L"C:\\Old32\\", value.read());
 
-    WriteRegString(HKLM, Under(L"Install"), L"Location", L"C:\\New64\\", k64);
+    SetText(HKLM, Under(L"Install"), L"Location", L"C:\\New64\\", k64);
     EXPECT_EQ(L"C:\\New64\\", value.read());
     EXPECT_EQ(NULL, value.key32);
     EXPECT_EQ(NULL, value.key64);
@@ -207,8 +209,8 @@ TEST_F(RegistryTest, ReadTakesTheNativeViewFirstAndFallsBackToThe32BitView)
 TEST_F(RegistryTest, ReadTakesAnyTypeUpToItsFirstNullCharacter)
 {
     // The default value (a path ending in a backslash) and the value named by one blank.
-    WriteRegString(HKLM, Under(L"Types"), L"", L"default text", k64);
-    WriteRegString(HKLM, Under(L"Types"), L" ", L"blank's text", k64);
+    SetText(HKLM, Under(L"Types"), L"", L"default text", k64);
+    SetText(HKLM, Under(L"Types"), L" ", L"blank's text", k64);
     EXPECT_EQ(L"default text", registry_string(Under(L"Types\\")).read());
     EXPECT_EQ(L"blank's text", registry_string(Under(L"Types\\ ")).read());
 
@@ -241,7 +243,7 @@ TEST_F(RegistryTest, WriteCreatesTheKeyAndSetsTheTextInBothViews)
 
 TEST_F(RegistryTest, String64WritesThe64BitViewAlone)
 {
-    WriteRegString(HKLM, Under(L"RunOnce"), L"EnableAero", L"32-bit text", k32);
+    SetText(HKLM, Under(L"RunOnce"), L"EnableAero", L"32-bit text", k32);
     registry_string64 value(Under(L"RunOnce\\EnableAero"));
     value.write(L"winsat formal -xml log.xml");
     EXPECT_EQ(L"winsat formal -xml log.xml", ReadText(HKLM, Under(L"RunOnce"), L"EnableAero", k64));
@@ -276,9 +278,9 @@ TEST_F(RegistryTest, OpenLeavesItsHandlesToTheCaller)
 
 TEST_F(RegistryTest, RemoveValueDeletesBothViewsAndCreatesAMissingKey)
 {
-    WriteRegString(HKLM, Under(L"Proxy"), L"Install", L"64", k64);
-    WriteRegString(HKLM, Under(L"Proxy"), L"Keep", L"k", k64);
-    WriteRegString(HKLM, Under(L"Proxy"), L"Install", L"32", k32);
+    SetText(HKLM, Under(L"Proxy"), L"Install", L"64", k64);
+    SetText(HKLM, Under(L"Proxy"), L"Keep", L"k", k64);
+    SetText(HKLM, Under(L"Proxy"), L"Install", L"32", k32);
     registry_value(Under(L"Proxy\\Install")).remove_value();
     EXPECT_THAT(Names(HKLM, Under(L"Proxy"), k64, true), ElementsAre(L"Keep"));
     EXPECT_THAT(Names(HKLM, Under(L"Proxy"), k32, true), IsEmpty());
@@ -292,9 +294,9 @@ TEST_F(RegistryTest, RemoveValueDeletesBothViewsAndCreatesAMissingKey)
 TEST_F(RegistryTest, TreeDeletesWorkInTheirOwnViewAndCountAnAbsentKeyAsDeleted)
 {
     for (REGSAM view : {k32, k64}) {
-        WriteRegString(HKLM, Under(L"Tree\\A\\A1\\A2"), L"v", L"x", view);
-        WriteRegString(HKLM, Under(L"Tree\\B"), L"v", L"x", view);
-        WriteRegString(HKLM, Under(L"Tree"), L"v", L"x", view);
+        SetText(HKLM, Under(L"Tree\\A\\A1\\A2"), L"v", L"x", view);
+        SetText(HKLM, Under(L"Tree\\B"), L"v", L"x", view);
+        SetText(HKLM, Under(L"Tree"), L"v", L"x", view);
     }
     CreateKey(HKLM, Under(L"TreeSibling"), k64);
 
@@ -364,7 +366,7 @@ TEST_F(RegistryTest, ListSubKeysMergesBothViewsWithoutDuplicates)
         CreateKey(HKLM, Under(L"List\\") + name, k64);
     for (const wchar_t* name : {L"Shared", L"Only32", L"CASE"})
         CreateKey(HKLM, Under(L"List\\") + name, k32);
-    WriteRegString(HKLM, Under(L"List"), L"value", L"x", k64);
+    SetText(HKLM, Under(L"List"), L"value", L"x", k64);
 
     // Native names in the registry's order, then the 32-bit ones not yet
     // listed; names differing in case count as different.
@@ -391,9 +393,9 @@ TEST_F(RegistryTest, ListSubKeysMergesBothViewsWithoutDuplicates)
 
 TEST_F(RegistryTest, ListValuesReadsThe32BitViewOnlyWhenTheNativeViewHasNoNames)
 {
-    WriteRegString(HKLM, Under(L"Values"), L"a", L"x", k64);
-    WriteRegString(HKLM, Under(L"Values"), L"b", L"x", k64);
-    WriteRegString(HKLM, Under(L"Values"), L"c32", L"x", k32);
+    SetText(HKLM, Under(L"Values"), L"a", L"x", k64);
+    SetText(HKLM, Under(L"Values"), L"b", L"x", k64);
+    SetText(HKLM, Under(L"Values"), L"c32", L"x", k32);
     registry_key_list both(HKLM, Under(L"Values"));
     both.list_values();
     EXPECT_THAT(both.names, ElementsAre(L"a", L"b"));
@@ -401,8 +403,8 @@ TEST_F(RegistryTest, ListValuesReadsThe32BitViewOnlyWhenTheNativeViewHasNoNames)
     // A native key without values: the 32-bit names, the default's empty one
     // included; sub-key names listed before don't count as native names.
     CreateKey(HKLM, Under(L"Empty64\\Sub"), k64);
-    WriteRegString(HKLM, Under(L"Empty64"), L"", L"default", k32);
-    WriteRegString(HKLM, Under(L"Empty64"), L"z", L"x", k32);
+    SetText(HKLM, Under(L"Empty64"), L"", L"default", k32);
+    SetText(HKLM, Under(L"Empty64"), L"z", L"x", k32);
     registry_key_list fallback(HKLM, Under(L"Empty64"));
     fallback.list_sub_keys();
     fallback.list_values();
@@ -410,8 +412,8 @@ TEST_F(RegistryTest, ListValuesReadsThe32BitViewOnlyWhenTheNativeViewHasNoNames)
     EXPECT_THAT(fallback.names, ElementsAre(L"Sub", L"", L"z", L"", L"z"));
 
     // A name longer than the name buffer is left out, and the buffer isn't overrun.
-    WriteRegString(HKLM, Under(L"Long"), Repeat(L'n', 600), L"x", k64);
-    WriteRegString(HKLM, Under(L"Long"), L"short", L"x", k32);
+    SetText(HKLM, Under(L"Long"), Repeat(L'n', 600), L"x", k64);
+    SetText(HKLM, Under(L"Long"), L"short", L"x", k32);
     registry_key_list tooLong(HKLM, Under(L"Long"));
     tooLong.list_values();
     EXPECT_THAT(tooLong.names, ElementsAre(L"short"));
@@ -420,7 +422,7 @@ TEST_F(RegistryTest, ListValuesReadsThe32BitViewOnlyWhenTheNativeViewHasNoNames)
 TEST_F(RegistryTest, DeleteKeyValuesKeepsTheDefaultAndTheSingleBlank)
 {
     for (const wchar_t* name : {L"", L" ", L"  ", L"Alpha", L"keep me"})
-        WriteRegString(HKLM, Under(L"Pixel"), name, L"x", k64);
+        SetText(HKLM, Under(L"Pixel"), name, L"x", k64);
     WriteDword(HKLM, Under(L"Pixel"), L"Number", 7, k64);
     CreateKey(HKLM, Under(L"Pixel\\Child"), k64);
 
@@ -466,12 +468,12 @@ TEST_F(RegistryTest, QueryKeyNamesAppendsSubKeysThenTextsWithSlashes)
 
     // Texts of 129 characters fill the 260 bytes with their terminator.
     std::wstring fits = L"C:\\" + Repeat(L'f', 126);
-    WriteRegString(HKLM, Under(L"Branding"), L"a", L"C:\\Suite\\Bin\\", k64);
+    SetText(HKLM, Under(L"Branding"), L"a", L"C:\\Suite\\Bin\\", k64);
     WriteDword(HKLM, Under(L"Branding"), L"b", 1, k64);
     WriteValue(HKLM, Under(L"Branding"), L"c", REG_EXPAND_SZ, L"%x%\\y", 12, k64);
-    WriteRegString(HKLM, Under(L"Branding"), L"d", fits, k64);
-    WriteRegString(HKLM, Under(L"Branding"), L"e", fits + L"g", k64);
-    WriteRegString(HKLM, Under(L"Branding"), L"f", L"", k64);
+    SetText(HKLM, Under(L"Branding"), L"d", fits, k64);
+    SetText(HKLM, Under(L"Branding"), L"e", fits + L"g", k64);
+    SetText(HKLM, Under(L"Branding"), L"f", L"", k64);
 
     g_keyNameList.assign(1, L"earlier");
     HKEY key;
@@ -541,8 +543,8 @@ TEST_F(RegistryTest, CreateRegDWValueSetsADwordUnderTheUsersOrvelKey)
 TEST_F(RegistryTest, DeleteRunValueDeletesFromTheNativeRunKeyOnly)
 {
     FixedKeyCleanup cleanup;
-    WriteRegString(HKLM, kRunKey, kRunValue, L"C:\\App\\Task.exe", k64);
-    WriteRegString(HKLM, kRunKey, kRunValue, L"C:\\App\\Task32.exe", k32);
+    SetText(HKLM, kRunKey, kRunValue, L"C:\\App\\Task.exe", k64);
+    SetText(HKLM, kRunKey, kRunValue, L"C:\\App\\Task32.exe", k32);
 
     EXPECT_TRUE(DeleteRunValue(kRunValue));
     EXPECT_EQ("absent", ValueShape(HKLM, kRunKey, kRunValue, k64));

@@ -1,7 +1,7 @@
 // The service layer against the prefix's real service control manager, with
 // test services whose binary path says how they start and stop. Operations
 // whose debugger messages matter run in service_probe.exe under a debugger loop.
-#include "harness/harness.h"
+#include "toolkit/area.h"
 
 #include "toolkit/service.h"
 
@@ -26,7 +26,10 @@ const wchar_t kStopped[] = L"Service stopped successfully.\n";
 const wchar_t kStopPending[] = L"Service stop pending...\n";
 const wchar_t kTimeoutWaitingForStop[] = L"Error: Timeout waiting for service to stop.\n";
 
-class ServiceControlTest : public harness::ActionTest {};
+class ServiceControlTest : public harness::ActionTest {
+protected:
+    ServiceControlTest() : ActionTest(ToolkitArea()) {}
+};
 
 class ScManager {
 public:

@@ -1,0 +1,40 @@
+// A clock of the test's own in place of the system's, so that the library's
+// long waits and spins cost no real time.
+#include "harness/harness.h"
+
+namespace harness {
+
+namespace {
+
+ULONGLONG g_start = 0;
+ULONGLONG g_now = 0;
+
+void WINAPI FakeSleep(DWORD ms)
+{
+    g_now += ms;
+    // Let the other side (a service, a child) run a little meanwhile.
+    ::Sleep(0);
+}
+
+DWORD WINAPI FakeTickCount()
+{
+    return static_cast<DWORD>(++g_now);
+}
+
+}  // namespace
+
+FakeClock::FakeClock(HMODULE module)
+    : sleep_(module, "kernel32.dll", "Sleep", reinterpret_cast<void*>(FakeSleep)),
+      tick_(module, "kernel32.dll", "GetTickCount", reinterpret_cast<void*>(FakeTickCount))
+{
+    g_start = g_now = ::GetTickCount64();
+}
+
+FakeClock::~FakeClock() {}
+
+ULONGLONG FakeClock::Elapsed()
+{
+    return g_now - g_start;
+}
+
+}  // namespace harness
