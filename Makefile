@@ -2,7 +2,7 @@
 BUILD ?= build
 TOOLCHAIN := cmake/mingw-w64-x86_64.cmake
 
-.PHONY: all bootstrap build demo test bench clean
+.PHONY: all bootstrap build demo test bench mutants clean
 
 all: build
 
@@ -23,6 +23,13 @@ test: build
 
 bench: build
 	tools/bench.sh $(BUILD)
+
+# Small faults made one at a time in the library; see tools/mutants.py.
+SEED ?= 1
+N ?= 60
+FOLDERS ?=
+mutants: build
+	SEED=$(SEED) N=$(N) FOLDERS="$(FOLDERS)" tools/mutants.py $(BUILD)
 
 clean:
 	rm -rf $(BUILD)

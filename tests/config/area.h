@@ -1,12 +1,9 @@
-// What these tests touch: the install manager's records and the tests' own keys.
+// What the settings tests touch: files in the scratch folder alone, which every test clears anyway.
 #pragma once
 
 #include "harness/harness.h"
 
-inline harness::Area SuiteKeysArea()
+inline harness::Area ConfigArea()
 {
-    return {{{HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kestra Technologies"},
-             {HKEY_LOCAL_MACHINE, L"SOFTWARE\\TesselTest"}},
-            {},
-            {}};
+    return {{}, {}, {}};
 }

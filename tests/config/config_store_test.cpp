@@ -5,188 +5,92 @@
 #include "config/config_store.h"
 #include "framework/error_handler.h"
 
-#include <gmock/gmock.h>
+#include <thread>
 
-using ::testing::ElementsAre;
+using harness::Lines;
 
 namespace {
 
-class ConfigStoreTest : public harness::ActionTest {
-protected:
-    ConfigStoreTest() : ActionTest(SuiteKeysArea()) {}
-
-protected:
-    void SetUp() override
+// The store with its settings in view, as "name=value|" each in the store's order.
+class Store : public Config {
+public:
+    using ConfigBase::m_settings;
+    std::wstring Settings() const
     {
-        ActionTest::SetUp();
-        CreateDirectoryW(harness::kScratchFolder, NULL);
-        path_ = std::wstring(harness::kScratchFolder) + L"InstallManager.cfg";
+        std::wstring text;
+        for (const auto& setting : m_settings)
+            text += setting.first + L"=" + setting.second + L"|";
+        return text;
     }
-
-    void Write(const std::string& bytes) const { harness::WriteFileBytes(path_, bytes); }
-    std::string Read() const { return harness::ReadFileBytes(path_); }
-
-    std::wstring Get(Config& config, const std::wstring& name)
-    {
-        std::wstring value = L"<absent>";
-        std::wstring found;
-        if (config.GetString(name, found, L""))
-            value = found;
-        return value;
-    }
-
-    std::wstring path_;
 };
 
-TEST_F(ConfigStoreTest, LoadsNameValueLinesAsTheFrameworkAlwaysHas)
+class ConfigStoreTest : public harness::ActionTest {
+protected:
+    ConfigStoreTest() : ActionTest(ConfigArea()) {}
+    const std::wstring path_ = std::wstring(harness::kScratchFolder) + L"InstallManager.cfg";
+};
+
+// Each file is read-only, loaded, changed and saved twice: a save makes the file writable, patches it key by
+// key and keeps what it doesn't know; a second save changes nothing, but an empty value, which counts as
+// absent, is added again. Each rewrite gives the lines it keeps one CR more.
+TEST_F(ConfigStoreTest, LoadsAndSavesFilesAsTheFrameworkAlwaysHas)
 {
-    Write("a=b=c\r\n=x\r\n#hidden=1\r\n[Section]\r\nv=1\rwith\r\n\r\nrep=1\r\nrep=2\r\nspaced = yes \r\n");
-    Config config;
-    ASSERT_TRUE(config.LoadFile(path_));
-    EXPECT_EQ(L"b=c", Get(config, L"a"));
-    EXPECT_EQ(L"x", Get(config, L""));
-    EXPECT_EQ(L"<absent>", Get(config, L"#hidden"));
-    EXPECT_EQ(L"1with", Get(config, L"v"));
-    EXPECT_EQ(L"2", Get(config, L"rep"));
-    EXPECT_EQ(L" yes ", Get(config, L"spaced "));
+    const struct {
+        std::string before;
+        int encoding;
+        const wchar_t* loaded;
+        harness::Rows set;
+        Lines removed;
+        std::string after;  // empty: as before
+    } files[] = {
+        {"a=b=c\r\n=x\r\n#hidden=1\r\n[Section]\r\nv=1\rwith\r\n\r\nspaced = yes \r\n", 0,
+         L"=x|a=b=c|spaced = yes |v=1with|"},
+        {"a=1\rb=2\r", 0, L"a=1b=2|"},
+        {std::string("\xFF\xFE" "k\0=\0v\0\r\0\n\0", 12), 3, L"k=v|"},
+        {std::string("k\0=\0v\0", 6), 0, L""},                  // narrow text ends at its first zero byte
+        {"\xEF\xBB\xBFk=v\r\n", 0, L"\x00EF\x00BB\x00BFk=v|"},  // the UTF-8 mark is never recognised
+        {std::string("\xFE\xEF\0\0k\0=\0v\0", 10), 6, L"k=v|"},
+        {std::string("\0\0\xFF\xFEk\0=\0v\0", 10), 7, L"k=v|"},
+        {std::string("\xFE\xFFk\0=\0v\0", 8), 4, L"k=v|"},  // a big-endian mark is skipped, nothing swapped
+        {"", 0, L"<not loaded>", {{L"b", L"2"}, {L"a", L"1"}}, {}, "a=1\r\nb=2\r\n"},
+        {"# comment\r\n[Unknown]\r\na=1\r\nb=2\r\nc=3\r\n", 0, L"a=1|b=2|c=3|", {{L"b", L"20"}, {L"d", L"4"}}, {L"c"},
+         "# comment\r\r\r\n[Unknown]\r\r\r\na=1\r\r\r\nb=20\r\nd=4\r\n"},
+        {"a=1\r\r\r\nb=20\r\n", 0, L"a=1|b=20|"},
+        // A name read last is patched first, and removed everywhere.
+        {"a=1\na=2\nb=x\n", 0, L"a=2|b=x|", {{L"a", L"3"}}, {}, "a=3\r\na=2\r\nb=x\r\n"},
+        {"a=1\na=2\nb=x\n", 0, L"a=2|b=x|", {}, {L"a"}, "b=x\r\n"},
+        {"e=\r\n", 0, L"e=|", {}, {}, "e=\r\ne=\r\ne=\r\n"},
+    };
+    for (size_t i = 0; i < sizeof(files) / sizeof(files[0]); ++i) {
+        SCOPED_TRACE("file " + std::to_string(i));
+        const std::wstring path = path_ + std::to_wstring(i);
+        harness::MakeFile(path, files[i].before, FILE_ATTRIBUTE_READONLY);
+        Store store;
+        store.SetString(L"before", L"1", 0);  // a load starts afresh, whether it works or not
+        const std::wstring loaded = store.LoadFile(path) ? L"" : L"<not loaded>";
+        EXPECT_EQ(files[i].encoding, DetectEncoding(path));
+        EXPECT_EQ(files[i].loaded, loaded + store.Settings());
+        for (const harness::Row& setting : files[i].set)
+            store.SetString(setting.name, setting.value, 0);
+        for (const std::wstring& name : files[i].removed)
+            EXPECT_TRUE(store.Remove(name, false));
+        EXPECT_TRUE(store.SaveFile(path));
+        EXPECT_TRUE(store.SaveFile(path));
+        EXPECT_EQ(files[i].after.empty() ? files[i].before : files[i].after, harness::ReadFileBytes(path));
+    }
 
-    // The patchers' reader is the loose one.
-    std::wstring found;
-    EXPECT_EQ(1u, config.ReadFileValue(L"#hidden", found, path_));
-    EXPECT_EQ(L"1", found);
-    EXPECT_EQ(1u, config.ReadFileValue(L"rep", found, path_));
-    EXPECT_EQ(9u, config.ReadFileValue(L"[Section]\r", found, path_));
-    EXPECT_EQ(L"[Section]", found);
-    EXPECT_EQ(0u, config.ReadFileValue(L"missing", found, path_));
-}
-
-TEST_F(ConfigStoreTest, LineEndsAndEncodingsReadAsTheyAlwaysHave)
-{
-    Config config;
-    Write("a=1\nb=2\n");
-    ASSERT_TRUE(config.LoadFile(path_));
-    EXPECT_EQ(L"2", Get(config, L"b"));
-
-    // A file with only CR line ends is one line.
-    Write("a=1\rb=2\r");
-    ASSERT_TRUE(config.LoadFile(path_));
-    EXPECT_EQ(L"1b=2", Get(config, L"a"));
-    EXPECT_EQ(L"<absent>", Get(config, L"b"));
-
-    // UTF-16 with its mark.
-    Write(std::string("\xFF\xFE" "k\0=\0v\0\r\0\n\0", 12));
-    EXPECT_EQ(3, DetectEncoding(path_));
-    ASSERT_TRUE(config.LoadFile(path_));
-    EXPECT_EQ(L"v", Get(config, L"k"));
-
-    // Without it the narrow reader stops at the first zero byte.
-    Write(std::string("k\0=\0v\0", 6));
-    EXPECT_EQ(0, DetectEncoding(path_));
-    ASSERT_TRUE(config.LoadFile(path_));
-    EXPECT_EQ(L"<absent>", Get(config, L"k"));
-
-    // The UTF-8 mark is never recognised: it becomes part of the first name.
-    Write("\xEF\xBB\xBFkey=v\r\n");
-    EXPECT_EQ(0, DetectEncoding(path_));
-    ASSERT_TRUE(config.LoadFile(path_));
-    EXPECT_EQ(L"v", Get(config, L"\x00EF\x00BB\x00BFkey"));
-
-    // The two "UTF-32" tests want bytes no UTF-32 mark has.
-    Write(std::string("\xFE\xEF\0\0k\0=\0v\0", 10));
-    EXPECT_EQ(6, DetectEncoding(path_));
-    ASSERT_TRUE(config.LoadFile(path_));
-    EXPECT_EQ(L"v", Get(config, L"k"));
-    Write(std::string("\0\0\xFF\xFEk\0=\0v\0", 10));
-    EXPECT_EQ(7, DetectEncoding(path_));
-    ASSERT_TRUE(config.LoadFile(path_));
-    EXPECT_EQ(L"v", Get(config, L"k"));
-    // A big-endian mark is skipped, but the text is not swapped.
-    Write(std::string("\xFE\xFF\0k\0=\0v", 8));
-    EXPECT_EQ(4, DetectEncoding(path_));
-    ASSERT_TRUE(config.LoadFile(path_));
-    EXPECT_EQ(L"<absent>", Get(config, L"k"));
-    std::wstring line;
-    EXPECT_EQ(3u, config.ReadFileValue(L"\x6B00\x3D00\x7600", line, path_));
-}
-
-TEST_F(ConfigStoreTest, AnEmptyFileLoadsNothingAndTakesEverySettingAtTheSave)
-{
-    Write("");
-    Config config;
-    config.SetString(L"kept", L"1", 0);
-    EXPECT_FALSE(config.LoadFile(path_));
-    EXPECT_FALSE(config.Exists(L"kept", false));
-    config.SetString(L"b", L"2", 0);
-    config.SetString(L"a", L"1", 0);
-    EXPECT_TRUE(config.SaveFile(path_));
-    EXPECT_EQ("a=1\r\nb=2\r\n", Read());
-}
-
-TEST_F(ConfigStoreTest, SavePatchesTheFileKeyByKeyAndKeepsWhatItDoesNotKnow)
-{
-    Write("# comment\r\n[Unknown]\r\na=1\r\nb=2\r\nc=3\r\n");
-    Config config;
-    ASSERT_TRUE(config.LoadFile(path_));
-    config.SetString(L"b", L"20", 0);
-    EXPECT_TRUE(config.Remove(L"c", false));
-    config.SetString(L"d", L"4", 0);
-    EXPECT_TRUE(config.SaveFile(path_));
-    // The delete and the change each rewrote the file, and each rewrite gives
-    // the lines it kept one CR more.
-    EXPECT_EQ("# comment\r\r\r\n[Unknown]\r\r\r\na=1\r\r\r\nb=20\r\nd=4\r\n", Read());
-
-    Config reloaded;
-    ASSERT_TRUE(reloaded.LoadFile(path_));
-    EXPECT_EQ(L"1", Get(reloaded, L"a"));
-    EXPECT_EQ(L"20", Get(reloaded, L"b"));
-    // An unchanged store saves without touching the file.
-    std::string before = Read();
-    EXPECT_TRUE(reloaded.SaveFile(path_));
-    EXPECT_EQ(before, Read());
-}
-
-TEST_F(ConfigStoreTest, RepeatedNamesAreReadLastButPatchedFirstAndDeletedAll)
-{
-    Write("a=1\na=2\nb=x\n");
-    Config config;
-    ASSERT_TRUE(config.LoadFile(path_));
-    EXPECT_EQ(L"2", Get(config, L"a"));
-    config.SetString(L"a", L"3", 0);
-    EXPECT_TRUE(config.SaveFile(path_));
-    EXPECT_EQ("a=3\r\na=2\r\nb=x\r\n", Read());
-
-    EXPECT_TRUE(config.DeleteFileValue(L"a", path_));
-    EXPECT_EQ("b=x\r\r\n", Read());
-    EXPECT_FALSE(config.DeleteFileValue(L"a", path_));
-    EXPECT_FALSE(config.WriteFileValue(L"a", L"9", path_));
-    EXPECT_EQ("b=x\r\r\n", Read());
-}
-
-TEST_F(ConfigStoreTest, AnEmptyValueCountsAsAbsentAtEverySave)
-{
-    Write("e=\r\n");
-    Config config;
-    ASSERT_TRUE(config.LoadFile(path_));
-    EXPECT_TRUE(config.SaveFile(path_));
-    EXPECT_TRUE(config.SaveFile(path_));
-    EXPECT_EQ("e=\r\ne=\r\ne=\r\n", Read());
-}
-
-TEST_F(ConfigStoreTest, SavesIntoReadOnlyFilesAndMissingFolders)
-{
-    Write("a=1\r\n");
-    SetFileAttributesW(path_.c_str(), FILE_ATTRIBUTE_READONLY);
-    Config config;
-    ASSERT_TRUE(config.LoadFile(path_));
-    config.SetString(L"a", L"2", 0);
-    EXPECT_TRUE(config.SaveFile(path_));
-    EXPECT_EQ("a=2\r\n", Read());
-
-    // A folder that isn't there passes the test of its writability; nothing
-    // can be written and the save still answers true.
-    std::wstring nowhere = std::wstring(harness::kScratchFolder) + L"missing\\InstallManager.cfg";
-    EXPECT_TRUE(config.SaveFile(nowhere));
-    EXPECT_EQ("<missing>", harness::ReadFileBytes(nowhere));
+    // The patchers' reader is the loose one: comments count, the first line wins, a line without "=" is its name.
+    const std::wstring first = path_ + L"0";
+    Config store;
+    std::wstring value;
+    EXPECT_EQ(1u, store.ReadFileValue(L"#hidden", value, first));
+    EXPECT_EQ(9u, store.ReadFileValue(L"[Section]\r", value, first));
+    EXPECT_EQ(L"[Section]", value);
+    EXPECT_EQ(1u, store.ReadFileValue(L"a", value, path_ + L"11"));
+    EXPECT_EQ(L"3", value);
+    EXPECT_EQ(0u, store.ReadFileValue(L"missing", value, first));
+    EXPECT_FALSE(store.DeleteFileValue(L"missing", first));
+    EXPECT_FALSE(store.WriteFileValue(L"missing", L"9", first));
 }
 
 // A store whose in-place update always fails, and one whose reader throws.
@@ -197,101 +101,28 @@ public:
 
 class ThrowingConfig : public Config {
 public:
-    size_t ReadFileValue(const std::wstring&, std::wstring&, const std::wstring&) override
-    {
-        throw std::bad_alloc();
-    }
+    size_t ReadFileValue(const std::wstring&, std::wstring&, const std::wstring&) override { throw std::bad_alloc(); }
 };
 
-TEST_F(ConfigStoreTest, FailedSettingsAreReportedOnceAndTheSaveGoesOn)
+TEST_F(ConfigStoreTest, ASaveGoesOnPastFailuresAndReportsThem)
 {
-    Write("a=1\r\nb=1\r\n");
+    harness::MakeFile(path_, "a=1\r\nb=1\r\n");
     RefusingConfig refusing;
     ASSERT_TRUE(refusing.LoadFile(path_));
     refusing.SetString(L"a", L"2", 0);
-    refusing.SetString(L"b", L"2", 0);
     refusing.SetString(L"c", L"3", 0);
     ErrorHandler::GetInstance()->SetLastErrorCodeEx(0, false);
     EXPECT_TRUE(refusing.SaveFile(path_));
     EXPECT_EQ(165, ErrorHandler::GetInstance()->GetLastErrorCode());
-    EXPECT_EQ("a=1\r\nb=1\r\nc=3\r\n", Read());
-
+    EXPECT_EQ("a=1\r\nb=1\r\nc=3\r\n", harness::ReadFileBytes(path_));
     ThrowingConfig throwing;
     throwing.SetString(L"x", L"1", 0);
     EXPECT_TRUE(throwing.SaveFile(path_));
     EXPECT_EQ(1607, ErrorHandler::GetInstance()->GetLastErrorCode());
-}
-
-TEST_F(ConfigStoreTest, GettersConvertAndRecordTheirDefaults)
-{
-    Write("n=-42x\r\nu=42\r\nt=true\r\nT=True\r\nword=abc\r\n");
-    Config config;
-    ASSERT_TRUE(config.LoadFile(path_));
-    long number = 0;
-    EXPECT_TRUE(config.GetLong(L"n", number, 7));
-    EXPECT_EQ(-42, number);
-    int integer = 0;
-    EXPECT_TRUE(config.GetInt(L"word", integer, 7));
-    EXPECT_EQ(0, integer);
-    unsigned int unsignedNumber = 0;
-    EXPECT_TRUE(config.GetUInt(L"u", unsignedNumber, 7));
-    EXPECT_EQ(42u, unsignedNumber);
-    bool flag = false;
-    EXPECT_TRUE(config.GetBool(L"t", flag, false));
-    EXPECT_TRUE(flag);
-    EXPECT_TRUE(config.GetBool(L"T", flag, true));
-    EXPECT_FALSE(flag);
-
-    unsigned long big = 0;
-    EXPECT_FALSE(config.GetULong(L"absent", big, 4000000000UL));
-    EXPECT_EQ(4000000000UL, big);
-    EXPECT_FALSE(config.GetBool(L"absentFlag", flag, true));
-    std::wstring text;
-    EXPECT_FALSE(config.GetString(L"absentText", text, L""));
-    EXPECT_EQ(L"4000000000", Get(config, L"absent"));
-    EXPECT_EQ(L"true", Get(config, L"absentFlag"));
-    EXPECT_FALSE(config.Exists(L"absentText", false));
-
-    // An empty name is refused by the setters but found when a file had it.
-    config.SetString(L"", L"x", 0);
-    EXPECT_FALSE(config.Exists(L"", false));
-    // Setting an empty text removes the setting.
-    config.SetString(L"word", L"", 0);
-    EXPECT_FALSE(config.Exists(L"word", false));
-}
-
-TEST_F(ConfigStoreTest, ListsAreNumberedSettingsInTextOrder)
-{
-    Config config;
-    StringList items;
-    for (int i = 1; i <= 10; ++i)
-        items.push_back(L"item" + std::to_wstring(i));
-    items.push_back(L"");
-    config.SetList(L"a", items, 0);
-    config.SetString(L"a", L"plain", 0);
-    config.SetString(L"ab.1", L"other", 0);
-    StringList out;
-    EXPECT_TRUE(config.GetList(L"a", out));
-    EXPECT_THAT(out, ElementsAre(L"plain", L"item1", L"item10", L"", L"item2", L"item3", L"item4", L"item5",
-                                 L"item6", L"item7", L"item8", L"item9"));
-    EXPECT_TRUE(config.Exists(L"a", true));
-    EXPECT_TRUE(config.Remove(L"a", true));
-    EXPECT_FALSE(config.Exists(L"a", true));
-    EXPECT_FALSE(config.Remove(L"a", true));
-    EXPECT_TRUE(config.Exists(L"a", false));
-}
-
-TEST_F(ConfigStoreTest, MergeTakesTheFilesValuesAndKeepsTheRest)
-{
-    Config config;
-    EXPECT_FALSE(config.MergeFile(path_));
-    Write("a=new\r\nb=same\r\n");
-    config.SetString(L"a", L"old", 0);
-    config.SetString(L"b", L"same", 0);
-    config.SetString(L"mine", L"1", 0);
-    EXPECT_TRUE(config.MergeFile(path_));
-    EXPECT_EQ(L"new", Get(config, L"a"));
-    EXPECT_EQ(L"1", Get(config, L"mine"));
+    // A folder that isn't there passes the test of its writability; nothing is written, the save says true.
+    const std::wstring nowhere = std::wstring(harness::kScratchFolder) + L"missing\\InstallManager.cfg";
+    EXPECT_TRUE(refusing.SaveFile(nowhere));
+    EXPECT_FALSE(harness::Exists(nowhere));
 }
 
 class RecordingObserver : public IConfigObserver {
@@ -300,62 +131,87 @@ public:
     {
         changes.push_back(name + L"/" + std::to_wstring(context) + (isList ? L"/list" : L""));
     }
-    std::vector<std::wstring> changes;
+    Lines changes;
 };
 
-TEST_F(ConfigStoreTest, SettersTellTheObservers)
+// A getter records its default unless empty; a setter refuses an empty name and removes on an empty text. A
+// list is settings name.1, name.2, ..., read back in the map's text order.
+TEST_F(ConfigStoreTest, TypedSettingsListsObserversAndMerges)
 {
-    Config config;
+    Store store;
     RecordingObserver observer;
-    config.AddObserver(&observer);
-    config.SetInt(L"i", 5, 7);
-    config.SetList(L"l", StringList{L"x"}, 0);
-    config.RemoveObserver(&observer);
-    config.SetBool(L"b", true, 0);
-    EXPECT_THAT(observer.changes, ElementsAre(L"i/7", L"l/0/list"));
-}
-
-TEST(ConfigText, TokenizeAndReplaceAll)
-{
+    store.AddObserver(&observer);
     StringList items;
-    Tokenize(L";;dir\\;Yes;;NO;", L";", items);
-    EXPECT_THAT(items, ElementsAre(L"dir\\", L"Yes", L"NO"));
-    std::wstring text = L"a/b/c";
-    ReplaceAll(text, L"/", L"\\");
-    EXPECT_EQ(L"a\\b\\c", text);
-    ReplaceAll(text, L"", L"x");
-    ReplaceAll(text, NULL, L"x");
-    ReplaceAll(text, L"a", L"a");
-    EXPECT_EQ(L"a\\b\\c", text);
+    for (int i = 1; i <= 10; ++i)
+        items.push_back(L"item" + std::to_wstring(i));
+    items.push_back(L"");
+    store.SetList(L"a", StringList(13, L"stale"), 0);  // a list set anew loses its old items
+    store.SetList(L"a", items, 0);
+    store.SetString(L"a", L"plain", 0);
+    store.SetInt(L"ab.1", 5, 7);
+    store.RemoveObserver(&observer);
+    EXPECT_EQ((Lines{L"a/0/list", L"a/0/list", L"a/0", L"ab.1/7"}), observer.changes);
+    StringList list;
+    EXPECT_TRUE(store.GetList(L"a", list));
+    EXPECT_EQ((StringList{L"plain", L"item1", L"item10", L"", L"item2", L"item3", L"item4", L"item5", L"item6",
+                          L"item7", L"item8", L"item9"}),
+              list);
+    EXPECT_TRUE(store.Exists(L"a", true));
+    EXPECT_TRUE(store.Remove(L"a", true));
+    EXPECT_FALSE(store.Exists(L"a", true));
+    EXPECT_FALSE(store.Remove(L"a", true));
+
+    store.SetString(L"n", L"-42x", 0);
+    store.SetBool(L"t", true, 0);
+    store.SetString(L"T", L"True", 0);
+    long number = 0;
+    int integer = 0;
+    unsigned int big = 0;
+    bool t = false, T = true, absentFlag = false;
+    std::wstring text;
+    EXPECT_TRUE(store.GetLong(L"n", number, 7));
+    EXPECT_TRUE(store.GetBool(L"t", t, false));
+    EXPECT_TRUE(store.GetBool(L"T", T, true));
+    EXPECT_FALSE(store.GetInt(L"absentInt", integer, -7));
+    EXPECT_FALSE(store.GetUInt(L"absentUInt", big, 4000000000u));
+    EXPECT_FALSE(store.GetBool(L"absentFlag", absentFlag, true));
+    EXPECT_FALSE(store.GetString(L"absentText", text, L""));
+    EXPECT_EQ(std::make_tuple(-42L, true, false, -7, 4000000000u, true),
+              std::make_tuple(number, t, T, integer, big, absentFlag));
+    EXPECT_TRUE(store.SetString(L"", L"x", 0));  // refused all the same
+    store.SetString(L"n", L"", 0);
+    EXPECT_EQ(L"T=True|a=plain|ab.1=5|absentFlag=true|absentInt=-7|absentUInt=4000000000|t=true|", store.Settings());
+
+    EXPECT_FALSE(store.MergeFile(path_));
+    harness::MakeFile(path_, "a=new\r\nb=1\r\n");
+    EXPECT_TRUE(store.MergeFile(path_));
+    EXPECT_EQ(L"T=True|a=new|ab.1=5|absentFlag=true|absentInt=-7|absentUInt=4000000000|b=1|t=true|", store.Settings());
+    StringList tokens;
+    Tokenize(L";;dir\\;Yes;;NO;", L";", tokens);
+    EXPECT_EQ((StringList{L"dir\\", L"Yes", L"NO"}), tokens);
 }
 
+// The store's lock is a named event shared by every process: two writers at once, each changing a setting
+// both share, lose nothing.
 TEST_F(ConfigStoreTest, TwoProcessesSavingAtOnceLoseNoSetting)
 {
-    Write("shared=1\r\n");
-    const int count = 40;
-    PROCESS_INFORMATION writers[2] = {};
-    const wchar_t* prefixes[2] = {L"first", L"second"};
-    for (int i = 0; i < 2; ++i) {
-        STARTUPINFOW startup = {};
-        startup.cb = sizeof(startup);
-        std::wstring line = L"\"" + harness::ProgramFolder() + L"config_writer.exe\" \"" + path_ + L"\" " +
-                            prefixes[i] + L" " + std::to_wstring(count);
-        ASSERT_TRUE(CreateProcessW(NULL, &line[0], NULL, NULL, FALSE, 0, NULL, NULL, &startup, &writers[i]));
-    }
-    for (PROCESS_INFORMATION& writer : writers) {
-        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(writer.hProcess, 90000));
-        DWORD exitCode = 1;
-        GetExitCodeProcess(writer.hProcess, &exitCode);
-        EXPECT_EQ(0u, exitCode);
-        TerminateProcess(writer.hProcess, 1);
-        CloseHandle(writer.hProcess);
-        CloseHandle(writer.hThread);
-    }
-    Config config;
-    ASSERT_TRUE(config.LoadFile(path_));
-    for (const wchar_t* prefix : prefixes)
-        for (int i = 1; i <= count; ++i)
-            EXPECT_EQ(L"value" + std::to_wstring(i), Get(config, prefix + std::to_wstring(i))) << prefix << i;
+    harness::MakeFile(path_, "shared=0\r\n");
+    auto writer = [this](const wchar_t* prefix) {
+        return L"\"" + harness::ProgramFolder() + L"config_writer.exe\" \"" + path_ + L"\" " + prefix + L" 60";
+    };
+    DWORD firstExit = 1;
+    std::thread first([&] { firstExit = harness::RunToExit(writer(L"first")); });
+    EXPECT_EQ(0u, harness::RunToExit(writer(L"second")));
+    first.join();
+    EXPECT_EQ(0u, firstExit);
+    Store store;
+    ASSERT_TRUE(store.LoadFile(path_));
+    std::map<std::wstring, std::wstring> expected = {{L"shared", store.m_settings[L"shared"]}};
+    for (const wchar_t* prefix : {L"first", L"second"})
+        for (int i = 1; i <= 60; ++i)
+            expected[prefix + std::to_wstring(i)] = L"value" + std::to_wstring(i);
+    EXPECT_EQ(expected, store.m_settings);
+    EXPECT_TRUE(expected[L"shared"] == L"first60" || expected[L"shared"] == L"second60") << expected[L"shared"];
 }
 
 }  // namespace

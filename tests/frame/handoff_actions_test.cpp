@@ -1,266 +1,129 @@
 // The gate and the hand-off actions, called through the DLL in real sessions.
 #include "frame/area.h"
 
-#include <gmock/gmock.h>
+#include <cstring>
+#include <memory>
 
+using harness::ActionCase;
+using harness::Exactly;
+using harness::Lines;
 using harness::Repeat;
 using harness::Rows;
 using harness::Session;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 namespace {
 
-const wchar_t kInstallDir[] = L"C:\\Program Files\\Kestra Technologies\\Suite\\";
+const std::wstring kDir = L"C:\\Program Files\\Kestra Technologies\\Suite\\";
+const Rows kDirRows = {{L"INSTALLDIR", kDir}};
+const Rows kUnreadable = {{L"INSTALLDIR", L"C:\\" + Repeat(L'p', 257)}};  // 260 characters, one too many
+const std::wstring kSet = L" should be set in CustomActionData \n";
+
+// Checks that each named property holds its value after the action.
+std::function<void(Session&)> Holds(const Rows& expected)
+{
+    return [expected](Session& session) {
+        for (const harness::Row& row : expected)
+            EXPECT_EQ(row.value, session.Property(row.name)) << row.name;
+    };
+}
 
 class HandOffTest : public harness::ActionTest {
 protected:
-    HandOffTest() : ActionTest(SuiteKeysArea()) {}
-};
-
-std::wstring GateMessage()
-{
-    return L"This package requires Orvel Installer Setup.\nPlease obtain and install Orvel Installer from "
-           L"https://www.orvel.com/support to continue installing this package.\nThis application will now abort.";
-}
-
-TEST_F(HandOffTest, TheGateLetsThroughValuesBeginningWith1)
-{
-    for (const wchar_t* value : {L"1", L"10", L"1 and more"}) {
-        Session session({{L"LAUNCHED_FROM_FERRULE", value}});
-        EXPECT_EQ(0u, session.Call("LaunchedFromFerrule")) << value;
-        EXPECT_THAT(session.Log(), ElementsAre(L"TESSEL_CA Launched from Ferrule: " + std::wstring(value) + L" \n"));
-        EXPECT_THAT(session.UserMessages(), IsEmpty());
-    }
-}
-
-TEST_F(HandOffTest, TheGateRefusesEverythingElseWith1612AndAMessage)
-{
-    for (const wchar_t* value : {L"01", L"yes", L"0", L"", L" 1"}) {
-        Rows properties;
-        if (*value)
-            properties.push_back({L"LAUNCHED_FROM_FERRULE", value});
-        Session session(properties, Rows());
-        EXPECT_EQ(1612u, session.Call("LaunchedFromFerrule")) << value;
-        EXPECT_THAT(session.Log(), ElementsAre(L"TESSEL_CA Not Launched from Ferrule and unable to get property"));
-        EXPECT_THAT(session.UserMessages(), ElementsAre(GateMessage()));
-    }
-}
-
-TEST_F(HandOffTest, TheGateRefusesAValueThatCannotBeRead)
-{
-    Session session({{L"LAUNCHED_FROM_FERRULE", L"1" + Repeat(L'0', 259)}});
-    EXPECT_EQ(1612u, session.Call("LaunchedFromFerrule"));
-    EXPECT_THAT(session.Log(), ElementsAre(L"TESSEL_CA Not Launched from Ferrule and unable to get property"));
-    EXPECT_THAT(session.UserMessages(), ElementsAre(GateMessage()));
-}
-
-TEST_F(HandOffTest, SetInstallDirHandsTheFolderToDeleteFolderAndUpdateCfg)
-{
-    Session session({{L"INSTALLDIR", kInstallDir}});
-    EXPECT_EQ(0u, session.Call("SetInstallDir"));
-    EXPECT_EQ(kInstallDir, session.Property(L"DeleteFerruleDir"));
-    EXPECT_EQ(kInstallDir, session.Property(L"UpdateCfg"));
-    EXPECT_THAT(session.Log(),
-                ElementsAre(L"Tessel_CA SetInstallDir() start",
-                            L"Tessel_CA DeleteFerruleDir SetInstallDir(), " + std::wstring(kInstallDir) +
-                                L" should be set in CustomActionData \n",
-                            L"Tessel_CA UpdateCfg SetInstallDir(), " + std::wstring(kInstallDir) +
-                                L" should be set in CustomActionData \n"));
-}
-
-TEST_F(HandOffTest, SetInstallDirFailsWith1603WhenTheFolderCannotBeRead)
-{
-    Session session({{L"INSTALLDIR", L"C:\\" + Repeat(L'p', 257)}});  // 260 characters
-    EXPECT_EQ(1603u, session.Call("SetInstallDir"));
-    EXPECT_EQ(L"", session.Property(L"DeleteFerruleDir"));
-    EXPECT_EQ(L"", session.Property(L"UpdateCfg"));
-    EXPECT_THAT(session.Log(),
-                ElementsAre(L"Tessel_CA SetInstallDir() start",
-                            L"Tessel_CA SetInstallDir() failed to get Pid from Kestra Property table."));
-}
-
-TEST_F(HandOffTest, SetInstallDirReads259CharactersAndHandsOnAnEmptyFolder)
-{
-    std::wstring longest = L"C:\\" + Repeat(L'p', 256);
-    Session session({{L"INSTALLDIR", longest}});
-    EXPECT_EQ(0u, session.Call("SetInstallDir"));
-    EXPECT_EQ(longest, session.Property(L"UpdateCfg"));
-
-    Session empty;
-    EXPECT_EQ(0u, empty.Call("SetInstallDir"));
-    EXPECT_THAT(empty.Log(), ElementsAre(L"Tessel_CA SetInstallDir() start",
-                                         L"Tessel_CA DeleteFerruleDir SetInstallDir(),  should be set in CustomActionData \n",
-                                         L"Tessel_CA UpdateCfg SetInstallDir(),  should be set in CustomActionData \n"));
-}
-
-struct OneTarget {
-    const char* action;
-    const wchar_t* target;
-    const wchar_t* start;
-    const wchar_t* setText;  // the part before the value
-    const wchar_t* readFailure;
-    UINT success;
-    UINT failure;
-};
-
-const OneTarget kOneTargetFamily[] = {
-    {"GetInstallVaneDir", L"DeleteInstallVane", L"Tessel_CA GetInstallVaneDir() start",
-     L"Tessel_CA DeleteInstallVane, ", L"Tessel_CA SetInstallVaneDir() failed.", 0, 1603},
-    {"GetInstallTracewellDir", L"DeleteInstallTracewell", L"Tessel_CA GetInstallTracewellDir() start",
-     L"Tessel_CA DeleteInstallTracewell, ", L"Tessel_CA SetInstallTracewellDir() failed.", 1, 0},
-    {"GetInstallSorrelDir", L"DeleteInstallSorrel", L"Tessel_CA GetInstallSorrelDir() start",
-     L"Tessel_CA DeleteInstallSorrel, ", L"Tessel_CA SetInstallSorrelDir() failed.", 1, 0},
-    {"GetInstallUSBMonDir", L"DeleteUSBMONDir", L"Tessel_CA GetInstallUSBMonDir() start",
-     L"Tessel_CA DeleteUSBMONDir, ", L"Tessel_CA SetInstallUSBMONDir() failed.", 1, 0},
-};
-
-TEST_F(HandOffTest, TheOneTargetFamilyHandsOnTheFolderWithItsOwnResults)
-{
-    for (const OneTarget& family : kOneTargetFamily) {
-        Session session({{L"INSTALLDIR", kInstallDir}});
-        EXPECT_EQ(family.success, session.Call(family.action)) << family.action;
-        EXPECT_EQ(kInstallDir, session.Property(family.target)) << family.action;
-        EXPECT_THAT(session.Log(),
-                    ElementsAre(family.start, std::wstring(family.setText) + kInstallDir +
-                                                  L" should be set in CustomActionData \n"));
-    }
-}
-
-TEST_F(HandOffTest, TheOneTargetFamilyReportsAFailedRead)
-{
-    for (const OneTarget& family : kOneTargetFamily) {
-        Session session({{L"INSTALLDIR", Repeat(L'q', 300)}});
-        EXPECT_EQ(family.failure, session.Call(family.action)) << family.action;
-        EXPECT_EQ(L"", session.Property(family.target)) << family.action;
-        EXPECT_THAT(session.Log(), ElementsAre(family.start, family.readFailure));
-    }
-}
-
-TEST_F(HandOffTest, GetInstallProxyDirSetsBothTargetsAndReturns1)
-{
-    Session session({{L"INSTALLDIR", kInstallDir}});
-    EXPECT_EQ(1u, session.Call("GetInstallProxyDir"));
-    EXPECT_EQ(kInstallDir, session.Property(L"LaunchInstallProxyExe"));
-    EXPECT_EQ(kInstallDir, session.Property(L"SetInstallProxyReg"));
-    EXPECT_THAT(session.Log(),
-                ElementsAre(L"Tessel_CA GetInstallProxyDir() start",
-                            L"Tessel_CA LaunchInstallProxyExe, " + std::wstring(kInstallDir) +
-                                L" should be set in CustomActionData \n",
-                            L"Tessel_CA SetInstallProxyReg, " + std::wstring(kInstallDir) +
-                                L" should be set in CustomActionData \n"));
-
-    Session unreadable({{L"INSTALLDIR", Repeat(L'q', 260)}});
-    EXPECT_EQ(0u, unreadable.Call("GetInstallProxyDir"));
-    EXPECT_THAT(unreadable.Log(), ElementsAre(L"Tessel_CA GetInstallProxyDir() start",
-                                              L"Tessel_CA SetInstallProxyDir() failed."));
-}
-
-TEST_F(HandOffTest, SetFerruleKestraPidHandsThePackagesPidToCleanRegistry)
-{
-    Session session({}, {{L"Kestra_PID", L"{6E1B2C3D-0000-4A5B-9C8D-1234567890AB}"}});
-    EXPECT_EQ(0u, session.Call("SetFerruleKestraPid"));
-    EXPECT_EQ(L"{6E1B2C3D-0000-4A5B-9C8D-1234567890AB}", session.Property(L"CleanRegistry"));
-    EXPECT_THAT(session.Log(),
-                ElementsAre(L"Tessel_CA SetFerruleKestraPid() start",
-                            L"Tessel_CA GetFromMSITable(), Reading Property table\n ",
-                            L"Tessel_CA GetFromMSITable() PackageRead Property Value is "
-                            L"{6E1B2C3D-0000-4A5B-9C8D-1234567890AB} \n",
-                            L"Tessel_CA SetFerruleKestraPid(), {6E1B2C3D-0000-4A5B-9C8D-1234567890AB} should be "
-                            L"set in CustomActionData \n"));
-}
-
-TEST_F(HandOffTest, SetFerruleKestraPidWithoutTheRowFailsWith1603)
-{
-    // A public property of that name is not what the action reads.
-    Session session({{L"Kestra_PID", L"public"}}, {{L"DriverVersion", L"31.0"}});
-    EXPECT_EQ(1603u, session.Call("SetFerruleKestraPid"));
-    EXPECT_EQ(L"", session.Property(L"CleanRegistry"));
-    EXPECT_THAT(session.Log(),
-                ElementsAre(L"Tessel_CA SetFerruleKestraPid() start",
-                            L"Tessel_CA GetFromMSITable(), Reading Property table\n ",
-                            L"Tessel_CA SetFerruleKestraPid() failed to get Pid from Kestra Property table."));
-}
-
-}  // namespace
-
-namespace {
-
-using harness::RefusedPropertySets;
-
-TEST_F(HandOffTest, SetInstallDirStillSetsUpdateCfgWhenDeleteFerruleDirFails)
-{
-    Session session({{L"INSTALLDIR", kInstallDir}});
+    HandOffTest() : ActionTest(FrameArea()) {}
+    // An arrange step after which the DLL can't set this property, until the next such step or the test's end.
+    std::function<void()> Refuse(const std::wstring& name)
     {
-        RefusedPropertySets refused({L"DeleteFerruleDir"});
-        EXPECT_EQ(1603u, session.Call("SetInstallDir"));
+        return [this, name] {
+            refused_.reset();
+            refused_.reset(new harness::RefusedPropertySets({name}));
+        };
     }
-    EXPECT_EQ(L"", session.Property(L"DeleteFerruleDir"));
-    EXPECT_EQ(kInstallDir, session.Property(L"UpdateCfg"));
-    EXPECT_THAT(session.Log(),
-                ElementsAre(L"Tessel_CA SetInstallDir() start",
-                            L"Tessel_CA DeleteFerruleDir SetInstallDir() failed to set Pid in CustomActionData",
-                            L"Tessel_CA UpdateCfg SetInstallDir(), " + std::wstring(kInstallDir) +
-                                L" should be set in CustomActionData \n"));
+    std::unique_ptr<harness::RefusedPropertySets> refused_;
+};
 
-    Session second({{L"INSTALLDIR", kInstallDir}});
-    RefusedPropertySets refusedBoth({L"DeleteFerruleDir", L"UpdateCfg"});
-    EXPECT_EQ(1603u, second.Call("SetInstallDir"));
-    EXPECT_THAT(second.Log(),
-                ElementsAre(L"Tessel_CA SetInstallDir() start",
-                            L"Tessel_CA DeleteFerruleDir SetInstallDir() failed to set Pid in CustomActionData",
-                            L"Tessel_CA UpdateCfg SetInstallDir() failed to set Pid in CustomActionData"));
-}
-
-TEST_F(HandOffTest, GetInstallProxyDirsResultFollowsTheSecondTargetAlone)
+TEST_F(HandOffTest, TheGateLetsThroughOnlyAValueBeginningWith1)
 {
-    Session first({{L"INSTALLDIR", kInstallDir}});
-    {
-        RefusedPropertySets refused({L"LaunchInstallProxyExe"});
-        EXPECT_EQ(1u, first.Call("GetInstallProxyDir"));
-    }
-    EXPECT_EQ(kInstallDir, first.Property(L"SetInstallProxyReg"));
-    EXPECT_THAT(first.Log(),
-                ElementsAre(L"Tessel_CA GetInstallProxyDir() start",
-                            L"Tessel_CA LaunchInstallProxyExe failed to set Pid in CustomActionData",
-                            L"Tessel_CA SetInstallProxyReg, " + std::wstring(kInstallDir) +
-                                L" should be set in CustomActionData \n"));
-
-    Session second({{L"INSTALLDIR", kInstallDir}});
-    RefusedPropertySets refused({L"SetInstallProxyReg"});
-    EXPECT_EQ(0u, second.Call("GetInstallProxyDir"));
-    EXPECT_EQ(kInstallDir, second.Property(L"LaunchInstallProxyExe"));
-    EXPECT_THAT(second.Log(),
-                ElementsAre(L"Tessel_CA GetInstallProxyDir() start",
-                            L"Tessel_CA LaunchInstallProxyExe, " + std::wstring(kInstallDir) +
-                                L" should be set in CustomActionData \n",
-                            L"Tessel_CA SetInstallProxyReg failed to set Pid in CustomActionData"));
-}
-
-TEST_F(HandOffTest, TheOneTargetFamilyReportsAFailedSet)
-{
-    const wchar_t* setFailures[] = {
-        L"Tessel_CA DeleteInstallVane failed to set Pid in CustomActionData",
-        L"Tessel_CA DeleteInstallTracewell failed to be set in CustomActionData",
-        L"Tessel_CA DeleteInstallSorrel failed to set Pid in CustomActionData",
-        L"Tessel_CA DeleteUSBMONDir failed to set Installdir in CustomActionData",
+    const Lines toUser = {
+        L"This package requires Orvel Installer Setup.\nPlease obtain and install Orvel Installer from "
+        L"https://www.orvel.com/support to continue installing this package.\nThis application will "
+        L"now abort."};
+    auto row = [&toUser](const char* name, const std::wstring& value, UINT result, const std::wstring& line) {
+        return ActionCase{name, "LaunchedFromFerrule", {{L"LAUNCHED_FROM_FERRULE", value}}, nullptr, result,
+                          Exactly({line}),
+                          [&toUser, result](Session& s) { EXPECT_EQ(result ? toUser : Lines(), s.UserMessages()); }};
     };
-    for (size_t i = 0; i < 4; ++i) {
-        const OneTarget& family = kOneTargetFamily[i];
-        Session session({{L"INSTALLDIR", kInstallDir}});
-        RefusedPropertySets refused({family.target});
-        EXPECT_EQ(family.failure, session.Call(family.action)) << family.action;
-        EXPECT_THAT(session.Log(), ElementsAre(family.start, setFailures[i]));
-    }
+    const std::wstring refused = L"TESSEL_CA Not Launched from Ferrule and unable to get property";
+    RunCases({row("1", L"1", 0, L"TESSEL_CA Launched from Ferrule: 1 \n"),
+              row("10 and more", L"10 and more", 0, L"TESSEL_CA Launched from Ferrule: 10 and more \n"),
+              row("01", L"01", 1612, refused), row("yes", L"yes", 1612, refused),
+              row("unreadable", L"1" + Repeat(L'0', 259), 1612, refused)});
 }
 
-TEST_F(HandOffTest, SetFerruleKestraPidFailsWith1603WhenCleanRegistryCannotBeSet)
+TEST_F(HandOffTest, EachActionHandsItsValueOnWithItsOwnTextsAndResults)
 {
-    Session session({}, {{L"Kestra_PID", L"pid"}});
-    RefusedPropertySets refused({L"CleanRegistry"});
-    EXPECT_EQ(1603u, session.Call("SetFerruleKestraPid"));
-    EXPECT_EQ(L"Tessel_CA SetFerruleKestraPid() failed to set Pid in CustomActionData", session.Log().back());
-    EXPECT_EQ(4u, session.Log().size());
+    std::vector<ActionCase> cases;
+    auto start = [](const char* action) {
+        return L"Tessel_CA " + std::wstring(action, action + strlen(action)) + L"() start";
+    };
+    // Four actions with one target each.
+    auto one = [&](const char* action, const std::wstring& target, const std::wstring& readFailure,
+                   const std::wstring& setFailure, UINT success, UINT failure) {
+        cases.push_back({"handed on", action, kDirRows, nullptr, success,
+                         Exactly({start(action), L"Tessel_CA " + target + L", " + kDir + kSet}),
+                         Holds({{target, kDir}})});
+        cases.push_back({"unreadable", action, kUnreadable, nullptr, failure,
+                         Exactly({start(action), L"Tessel_CA " + readFailure}), Holds({{target, L""}})});
+        cases.push_back({"refused", action, kDirRows, Refuse(target), failure,
+                         Exactly({start(action), L"Tessel_CA " + target + setFailure}), nullptr});
+    };
+    one("GetInstallVaneDir", L"DeleteInstallVane", L"SetInstallVaneDir() failed.",
+        L" failed to set Pid in CustomActionData", 0, 1603);
+    one("GetInstallTracewellDir", L"DeleteInstallTracewell", L"SetInstallTracewellDir() failed.",
+        L" failed to be set in CustomActionData", 1, 0);
+    one("GetInstallSorrelDir", L"DeleteInstallSorrel", L"SetInstallSorrelDir() failed.",
+        L" failed to set Pid in CustomActionData", 1, 0);
+    one("GetInstallUSBMonDir", L"DeleteUSBMONDir", L"SetInstallUSBMONDir() failed.",
+        L" failed to set Installdir in CustomActionData", 1, 0);
+    // Two actions with two targets: both are always tried. `results`: handed on, unreadable, either refused.
+    auto two = [&](const char* action, const std::wstring& first, const std::wstring& second, const std::wstring& infix,
+                   const std::wstring& readFailure, std::vector<UINT> results) {
+        const std::wstring set1 = L"Tessel_CA " + first + infix + L", " + kDir + kSet;
+        const std::wstring set2 = L"Tessel_CA " + second + infix + L", " + kDir + kSet;
+        const std::wstring refused = infix + L" failed to set Pid in CustomActionData";
+        cases.push_back({"handed on", action, kDirRows, nullptr, results[0], Exactly({start(action), set1, set2}),
+                         Holds({{first, kDir}, {second, kDir}})});
+        cases.push_back({"unreadable", action, kUnreadable, nullptr, results[1],
+                         Exactly({start(action), L"Tessel_CA " + readFailure}), Holds({{first, L""}, {second, L""}})});
+        cases.push_back({"first refused", action, kDirRows, Refuse(first), results[2],
+                         Exactly({start(action), L"Tessel_CA " + first + refused, set2}), Holds({{second, kDir}})});
+        cases.push_back({"second refused", action, kDirRows, Refuse(second), results[3],
+                         Exactly({start(action), set1, L"Tessel_CA " + second + refused}), Holds({{first, kDir}})});
+    };
+    two("SetInstallDir", L"DeleteFerruleDir", L"UpdateCfg", L" SetInstallDir()",
+        L"SetInstallDir() failed to get Pid from Kestra Property table.", {0, 1603, 1603, 1603});
+    // Here the second target alone decides the result.
+    two("GetInstallProxyDir", L"LaunchInstallProxyExe", L"SetInstallProxyReg", L"", L"SetInstallProxyDir() failed.",
+        {1, 0, 1, 0});
+    const std::wstring longest = L"C:\\" + Repeat(L'p', 256);
+    cases.push_back({"259 characters", "SetInstallDir", {{L"INSTALLDIR", longest}}, nullptr, 0, {},
+                     Holds({{L"UpdateCfg", longest}})});
+    cases.push_back({"empty", "SetInstallDir", {}, nullptr, 0,
+                     harness::Includes({L"Tessel_CA UpdateCfg SetInstallDir(), " + kSet}), nullptr});
+    // The pid comes from the package's private table, not from a public property of that name.
+    const std::wstring pid = L"{6E1B2C3D-0000-4A5B-9C8D-1234567890AB}";
+    const std::wstring pidStart = L"Tessel_CA SetFerruleKestraPid() start";
+    const std::wstring reading = L"Tessel_CA GetFromMSITable(), Reading Property table\n ";
+    const char* action = "SetFerruleKestraPid";
+    cases.push_back({"handed on", action, {}, nullptr, 0,
+                     harness::Includes({pidStart, reading, L"Tessel_CA SetFerruleKestraPid(), " + pid + kSet}),
+                     Holds({{L"CleanRegistry", pid}}), {{L"Kestra_PID", pid}}});
+    cases.push_back({"no row", action, {{L"Kestra_PID", L"public"}}, nullptr, 1603,
+                     Exactly({pidStart, reading, L"Tessel_CA SetFerruleKestraPid() failed to get Pid from Kestra Property table."}),
+                     Holds({{L"CleanRegistry", L""}}), {{L"DriverVersion", L"31.0"}}});
+    cases.push_back({"refused", action, {}, Refuse(L"CleanRegistry"), 1603,
+                     harness::Includes({L"Tessel_CA SetFerruleKestraPid() failed to set Pid in CustomActionData"}),
+                     nullptr, {{L"Kestra_PID", pid}}});
+    RunCases(cases);
 }
 
 }  // namespace

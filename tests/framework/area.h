@@ -1,12 +1,9 @@
-// What these tests touch: the install manager's records and the tests' own keys.
+// What the framework's tests touch: the install manager's keys.
 #pragma once
 
 #include "harness/harness.h"
 
-inline harness::Area SuiteKeysArea()
+inline harness::Area FrameworkArea()
 {
-    return {{{HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kestra Technologies"},
-             {HKEY_LOCAL_MACHINE, L"SOFTWARE\\TesselTest"}},
-            {},
-            {}};
+    return {{{HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kestra Technologies"}}, {}, {}};
 }

@@ -4,7 +4,6 @@
 // without Log_WriteLogW as a second stand-in.
 #include <windows.h>
 
-#include <cwchar>
 #include <string>
 
 extern "C" __declspec(dllexport) int __cdecl Log_getLogLevel(void*)
@@ -20,11 +19,9 @@ extern "C" __declspec(dllexport) BOOL __cdecl Log_WriteLogW(void*, const wchar_t
     std::wstring record = std::to_wstring(level) + L"|" + line;
     HANDLE file = CreateFileW(L"C:\\tessel\\scratch\\kestraLog.lines", FILE_APPEND_DATA, FILE_SHARE_READ, NULL,
                               OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, NULL);
-    if (file == INVALID_HANDLE_VALUE)
-        return FALSE;
     DWORD written = 0;
-    WriteFile(file, record.data(), static_cast<DWORD>(record.size() * sizeof(wchar_t)), &written, NULL);
+    BOOL wrote = WriteFile(file, record.data(), static_cast<DWORD>(record.size() * sizeof(wchar_t)), &written, NULL);
     CloseHandle(file);
-    return TRUE;
+    return wrote;
 }
 #endif
