@@ -2,6 +2,7 @@
 // texts nowhere else, so the test becomes the program's debugger.
 #include "harness/harness.h"
 
+#include <cstring>
 #include <stdexcept>
 
 namespace harness {
@@ -10,30 +11,16 @@ namespace {
 
 const UINT kEndedByCapture = 0xDEAD;
 
+// WaitForDebugEvent hands every debug string over as narrow text, its null counted.
 std::wstring ReadDebugString(HANDLE process, const OUTPUT_DEBUG_STRING_INFO& info)
 {
-    if (info.nDebugStringLength == 0)
-        return std::wstring();
-    std::wstring text;
-    if (info.fUnicode) {
-        std::wstring buffer(info.nDebugStringLength, L'\0');
-        SIZE_T read = 0;
-        ReadProcessMemory(process, info.lpDebugStringData, &buffer[0], buffer.size() * sizeof(wchar_t), &read);
-        buffer.resize(read / sizeof(wchar_t));
-        text = buffer;
-    } else {
-        std::string buffer(info.nDebugStringLength, '\0');
-        SIZE_T read = 0;
-        ReadProcessMemory(process, info.lpDebugStringData, &buffer[0], buffer.size(), &read);
-        buffer.resize(read);
-        int length = MultiByteToWideChar(CP_ACP, 0, buffer.data(), static_cast<int>(buffer.size()), NULL, 0);
-        text.assign(length, L'\0');
-        MultiByteToWideChar(CP_ACP, 0, buffer.data(), static_cast<int>(buffer.size()), &text[0], length);
-    }
-    // The length counts the terminating null.
-    size_t end = text.find(L'\0');
-    if (end != std::wstring::npos)
-        text.resize(end);
+    std::string buffer(info.nDebugStringLength, '\0');
+    SIZE_T read = 0;
+    ReadProcessMemory(process, info.lpDebugStringData, &buffer[0], buffer.size(), &read);
+    buffer.resize(strnlen(buffer.c_str(), read));
+    std::wstring text(MultiByteToWideChar(CP_ACP, 0, buffer.data(), static_cast<int>(buffer.size()), NULL, 0), L'\0');
+    MultiByteToWideChar(CP_ACP, 0, buffer.data(), static_cast<int>(buffer.size()), &text[0],
+                        static_cast<int>(text.size()));
     return text;
 }
 

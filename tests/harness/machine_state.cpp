@@ -55,55 +55,38 @@ void ClearPendingDeletesUnder(const std::wstring& folder)
     RegCloseKey(key);
 }
 
-// Polls for SERVICE_STOPPED for up to `timeoutMs`; `status` is the last read.
-bool WaitForServiceStopped(SC_HANDLE service, DWORD timeoutMs, SERVICE_STATUS_PROCESS& status)
-{
-    const DWORD begin = GetTickCount();
-    for (;;) {
-        DWORD needed = 0;
-        if (!QueryServiceStatusEx(service, SC_STATUS_PROCESS_INFO, reinterpret_cast<LPBYTE>(&status),
-                                  sizeof(status), &needed))
-            return false;
-        if (status.dwCurrentState == SERVICE_STOPPED)
-            return true;
-        if (GetTickCount() - begin >= timeoutMs)
-            return false;
-        Sleep(50);
-    }
-}
-
+// Stops a test service (ends its process if it won't stop) and deletes it.
 void RemoveService(SC_HANDLE manager, const wchar_t* name)
 {
     SC_HANDLE service = OpenServiceW(manager, name, SERVICE_ALL_ACCESS);
     if (service == NULL)
         return;
     SERVICE_STATUS_PROCESS status = {};
-    if (!WaitForServiceStopped(service, 0, status)) {
-        // A running one may stop by itself; a pending or stubborn one is ended.
-        SERVICE_STATUS ignored = {};
-        bool stopped = status.dwCurrentState == SERVICE_RUNNING &&
-                       ControlService(service, SERVICE_CONTROL_STOP, &ignored) &&
-                       WaitForServiceStopped(service, 2000, status);
-        if (!stopped && status.dwProcessId != 0) {
-            HANDLE process = OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, status.dwProcessId);
-            // Wine goes on reporting the ended process's last state; the
-            // delete below works all the same.
-            if (process != NULL) {
-                TerminateProcess(process, 1);
-                WaitForSingleObject(process, 5000);
-                CloseHandle(process);
-            }
-        }
+    DWORD needed = 0;
+    SERVICE_STATUS ignored = {};
+    ControlService(service, SERVICE_CONTROL_STOP, &ignored);
+    for (int poll = 0; poll < 40; ++poll, Sleep(50))
+        if (!QueryServiceStatusEx(service, SC_STATUS_PROCESS_INFO, reinterpret_cast<LPBYTE>(&status), sizeof(status),
+                                  &needed) ||
+            status.dwCurrentState == SERVICE_STOPPED)
+            break;
+    HANDLE process = status.dwCurrentState == SERVICE_STOPPED || status.dwProcessId == 0
+                         ? NULL
+                         : OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, status.dwProcessId);
+    // Wine goes on reporting an ended process's last state; the delete works all the same.
+    if (process != NULL) {
+        TerminateProcess(process, 1);
+        WaitForSingleObject(process, 5000);
+        CloseHandle(process);
     }
     DeleteService(service);
     CloseServiceHandle(service);
     // The name is free once the manager has let the service go.
-    for (int attempt = 0; attempt < 100; ++attempt) {
+    for (int attempt = 0; attempt < 100; ++attempt, Sleep(50)) {
         SC_HANDLE again = OpenServiceW(manager, name, SERVICE_QUERY_STATUS);
         if (again == NULL)
             break;
         CloseServiceHandle(again);
-        Sleep(50);
     }
 }
 

@@ -13,7 +13,6 @@ namespace {
 typedef UINT(WINAPI* SetPropertyFn)(MSIHANDLE, LPCWSTR, LPCWSTR);
 
 std::vector<std::wstring> g_refusedNames;
-bool g_active = false;
 
 UINT WINAPI FilteredSetProperty(MSIHANDLE session, LPCWSTR name, LPCWSTR value)
 {
@@ -24,10 +23,10 @@ UINT WINAPI FilteredSetProperty(MSIHANDLE session, LPCWSTR name, LPCWSTR value)
 
 bool Activate(std::initializer_list<std::wstring> names)
 {
-    if (g_active)
+    if (!g_refusedNames.empty())
         throw std::logic_error("RefusedPropertySets can't be nested");
     g_refusedNames.assign(names.begin(), names.end());
-    return g_active = true;
+    return true;
 }
 
 }  // namespace
@@ -41,7 +40,6 @@ RefusedPropertySets::RefusedPropertySets(std::initializer_list<std::wstring> nam
 RefusedPropertySets::~RefusedPropertySets()
 {
     g_refusedNames.clear();
-    g_active = false;
 }
 
 }  // namespace harness

@@ -39,25 +39,14 @@ void InstallRecorder(const std::wstring& targetPath)
 
 std::vector<std::wstring> RecordedCommandLines(const std::wstring& programPath)
 {
-    std::vector<std::wstring> lines;
-    HANDLE file = CreateFileW(RecordFileFor(programPath).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                              NULL, OPEN_EXISTING, 0, NULL);
-    if (file == INVALID_HANDLE_VALUE)
-        return lines;
-    std::string bytes;
-    char chunk[4096];
-    DWORD read = 0;
-    while (ReadFile(file, chunk, sizeof(chunk), &read, NULL) && read > 0)
-        bytes.append(chunk, read);
-    CloseHandle(file);
-
     // One UTF-8 line per run.
-    size_t start = 0;
-    for (size_t end; (end = bytes.find('\n', start)) != std::string::npos; start = end + 1) {
-        std::string utf8 = bytes.substr(start, end - start);
-        int length = MultiByteToWideChar(CP_UTF8, 0, utf8.data(), static_cast<int>(utf8.size()), NULL, 0);
-        std::wstring line(length, L'\0');
-        MultiByteToWideChar(CP_UTF8, 0, utf8.data(), static_cast<int>(utf8.size()), &line[0], length);
+    const std::string bytes = ReadFileBytes(RecordFileFor(programPath));
+    std::vector<std::wstring> lines;
+    for (size_t start = 0, end; bytes != "<missing>" && (end = bytes.find('\n', start)) != std::string::npos;
+         start = end + 1) {
+        const int count = static_cast<int>(end - start);
+        std::wstring line(MultiByteToWideChar(CP_UTF8, 0, &bytes[start], count, NULL, 0), L'\0');
+        MultiByteToWideChar(CP_UTF8, 0, &bytes[start], count, &line[0], static_cast<int>(line.size()));
         lines.push_back(line);
     }
     return lines;
