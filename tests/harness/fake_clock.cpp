@@ -8,12 +8,15 @@ namespace {
 
 ULONGLONG g_start = 0;
 ULONGLONG g_now = 0;
+// Found by name: in a patched program, ::Sleep would be the stand-in itself.
+const auto g_realSleep = reinterpret_cast<decltype(&Sleep)>(
+    reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "Sleep")));
 
 void WINAPI FakeSleep(DWORD ms)
 {
     g_now += ms;
     // Let the other side (a service, a child) run a little meanwhile.
-    ::Sleep(0);
+    g_realSleep(0);
 }
 
 DWORD WINAPI FakeTickCount()

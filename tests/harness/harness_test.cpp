@@ -2,14 +2,8 @@
 #include "harness/harness.h"
 #include "toolkit/file.h"
 
-#include <gmock/gmock.h>
-
-using harness::InstallRecorder;
-using harness::RecordedCommandLines;
-using harness::RunToExit;
+using harness::Lines;
 using harness::Session;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 namespace {
 
@@ -23,15 +17,15 @@ protected:
 TEST_F(HarnessTest, TheRecorderKeepsEveryCommandLineAndExitsWithTheCodeItIsGiven)
 {
     std::wstring tool = std::wstring(harness::kScratchFolder) + L"Fake App\\tool.exe";
-    InstallRecorder(tool);
-    EXPECT_THAT(RecordedCommandLines(tool), IsEmpty());
+    harness::InstallRecorder(tool);
+    EXPECT_EQ(Lines(), harness::RecordedCommandLines(tool));
     std::wstring first = L"\"" + tool + L"\" /a \"b c\"  -d";
     std::wstring second = L"\"" + tool + L"\" \x00e9t\x00e9";
-    EXPECT_EQ(0u, RunToExit(first));
+    EXPECT_EQ(0u, harness::RunToExit(first));
     SetEnvironmentVariableW(L"RECORDER_EXIT_CODE", L"1603");
-    EXPECT_EQ(1603u, RunToExit(second));
+    EXPECT_EQ(1603u, harness::RunToExit(second));
     SetEnvironmentVariableW(L"RECORDER_EXIT_CODE", NULL);
-    EXPECT_THAT(RecordedCommandLines(tool), ElementsAre(first, second));
+    EXPECT_EQ((Lines{first, second}), harness::RecordedCommandLines(tool));
 }
 
 TEST_F(HarnessTest, TheAreaIsClearedInBothViews)
@@ -52,7 +46,7 @@ TEST_F(HarnessTest, EachSessionKeepsItsOwnLog)
         Session deferred({{L"CustomActionData", L"C:\\Nowhere\\"}});
         EXPECT_EQ(0u, immediate.Call("SetInstallDir"));
         EXPECT_EQ(0u, deferred.Call("UpdateCfg"));
-        EXPECT_THAT(deferred.Log(), ElementsAre(L"TESSEL_CA UpdateCfg: C:\\Nowhere\\ \n"));
+        EXPECT_EQ(Lines{L"TESSEL_CA UpdateCfg: C:\\Nowhere\\ \n"}, deferred.Log());
     }
     EXPECT_EQ(1612u, immediate.Call("LaunchedFromFerrule"));
     EXPECT_EQ(4u, immediate.Log().size());

@@ -65,7 +65,7 @@ void RemoveService(SC_HANDLE manager, const wchar_t* name)
     DWORD needed = 0;
     SERVICE_STATUS ignored = {};
     ControlService(service, SERVICE_CONTROL_STOP, &ignored);
-    for (int poll = 0; poll < 40; ++poll, Sleep(50))
+    for (int poll = 0; poll < 20; ++poll, Sleep(50))
         if (!QueryServiceStatusEx(service, SC_STATUS_PROCESS_INFO, reinterpret_cast<LPBYTE>(&status), sizeof(status),
                                   &needed) ||
             status.dwCurrentState == SERVICE_STOPPED)
