@@ -1,17 +1,24 @@
 // The components' keys, the branding folder and the install manager's reboot
 // flag, in real sessions on the prefix's registry and files.
 #include "removal/area.h"
-#include "removal/record_registry.h"
 #include "removal/removal.h"
 
 #include <gmock/gmock.h>
 
 using harness::Session;
-using namespace records;
+using harness::DwordOf;
+using harness::HasValue;
+using harness::KeyExists;
+using harness::SetDword;
+using harness::SetText;
+using harness::TextOf;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 namespace {
+
+const HKEY HKLM = HKEY_LOCAL_MACHINE;
+const HKEY HKCU = HKEY_CURRENT_USER;
 
 class RecordComponentKeysTest : public harness::ActionTest {
 protected:

@@ -1,7 +1,6 @@
 // The package records at uninstall, through the DLL in real sessions: package
 // keys and their parents, Add or Remove Programs entries, the install-wide values.
 #include "removal/area.h"
-#include "removal/record_registry.h"
 
 #include <gmock/gmock.h>
 
@@ -9,11 +8,19 @@
 
 using harness::Repeat;
 using harness::Session;
-using namespace records;
+using harness::DwordOf;
+using harness::HasValue;
+using harness::KeyExists;
+using harness::SetDword;
+using harness::SetText;
+using harness::TextOf;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 namespace {
+
+const HKEY HKLM = HKEY_LOCAL_MACHINE;
+const HKEY HKCU = HKEY_CURRENT_USER;
 
 const std::wstring kInstall = L"SOFTWARE\\Kestra Technologies\\Install\\";
 const std::wstring kInstall32 = L"SOFTWARE\\Wow6432Node\\Kestra Technologies\\Install\\";
