@@ -63,86 +63,67 @@ const wchar_t kAttempted[] = L"Tessel_CA DeletePackageKey(), SOFTWARE\\Orvel\\ A
 const wchar_t kWillAttempt[] =
     L"Tessel_CA CleanTesselRegKeys(), Ferrule Package key deleted, will now attempt the Tessel (Package) key\n";
 
+// Arranges packages: each a key with its level under the list of the view that its name says.
+std::function<void()> Packages(std::vector<std::wstring> keys)
+{
+    return [keys] {
+        for (const std::wstring& key : keys)
+            SetDword(HKLM, key, L"iPackageLevel", 1);
+    };
+}
+
+// Checks that the keys are there, or with a "-" in front, gone.
+std::function<void(Session&)> Keys(std::vector<std::wstring> keys)
+{
+    return [keys](Session&) {
+        for (const std::wstring& key : keys)
+            EXPECT_EQ(key[0] != L'-', KeyExists(HKLM, key[0] == L'-' ? key.substr(1) : key)) << key;
+    };
+}
+
 TEST_F(RecordCleanupTest, CleanRegistryTakesTheParentsWithTheLastPackage)
 {
-    // The package in both views; the per-user values beside it.
-    SetDword(HKLM, kPackages + kPackageA, L"iPackageLevel", 1);
-    SetDword(HKLM, kPackages32 + kPackageA + L"\\Sub", L"iPackageLevel", 1);
-    SetText(HKCU, L"SOFTWARE\\Orvel", L"", L"default");
-    SetText(HKCU, L"SOFTWARE\\Orvel", L" ", L"one blank");
-    SetText(HKCU, L"SOFTWARE\\Orvel", L" Leading", L"x");
-    SetText(HKCU, L"SOFTWARE\\Orvel", L"UserSetting", L"x");
-
-    Session session;
-    session.SetCustomActionData(kPackageA);
-    EXPECT_EQ(0u, session.Call("CleanRegistry"));
     const std::wstring package = kPackages + kPackageA + L"\\";
-    EXPECT_THAT(session.Log(),
-                ElementsAre(L"Tessel_CA DeleteFerruleRegKey: PID=" + std::wstring(kPackageA) + L"\n",
-                            Deleting(package), ShouldBeDeleted(package), kAttempted, kWillAttempt,
-                            Deleted(kPackages), Deleted(kInstall)));
-    EXPECT_FALSE(KeyExists(HKLM, kInstall));
-    EXPECT_FALSE(KeyExists(HKLM, kInstall32));
-    EXPECT_TRUE(KeyExists(HKLM, L"SOFTWARE\\Kestra Technologies"));
-    EXPECT_TRUE(HasValue(HKCU, L"SOFTWARE\\Orvel", L""));
-    EXPECT_TRUE(HasValue(HKCU, L"SOFTWARE\\Orvel", L" "));
-    EXPECT_FALSE(HasValue(HKCU, L"SOFTWARE\\Orvel", L" Leading"));
-    EXPECT_FALSE(HasValue(HKCU, L"SOFTWARE\\Orvel", L"UserSetting"));
-}
-
-TEST_F(RecordCleanupTest, CleanRegistryLeavesParentsThatStillHoldSomething)
-{
-    // The second package only in the 32-bit view: it counts all the same.
-    SetDword(HKLM, kPackages + kPackageA, L"iPackageLevel", 1);
-    SetDword(HKLM, kPackages32 + kPackageB, L"iPackageLevel", 1);
-    SetText(HKLM, kInstall32, L"InstallWide", L"x");
-
-    Session first;
-    first.SetCustomActionData(kPackageA);
-    EXPECT_EQ(0u, first.Call("CleanRegistry"));
-    std::vector<std::wstring> log = first.Log();
-    ASSERT_EQ(6u, log.size());  // no per-user key, so no line for it
-    EXPECT_EQ(kWillAttempt, log[3]);
-    EXPECT_EQ(HasSubKeys(kPackages), log[4]);
-    EXPECT_EQ(HasSubKeys(kInstall), log[5]);
-    EXPECT_FALSE(KeyExists(HKLM, kPackages + kPackageA));
-    EXPECT_TRUE(KeyExists(HKLM, kPackages32 + kPackageB));
-
-    // The last package goes with the list; the root's one value keeps the root.
-    Session last;
-    last.SetCustomActionData(kPackageB);
-    EXPECT_EQ(0u, last.Call("CleanRegistry"));
-    log = last.Log();
-    ASSERT_EQ(6u, log.size());
-    EXPECT_EQ(Deleted(kPackages), log[4]);
-    EXPECT_EQ(L"Tessel_CA DeleteTesselRegKey(), Tessel key is not empty thus it will not be deleted " + kInstall +
-                  L" \n",
-              log[5]);
-    EXPECT_FALSE(KeyExists(HKLM, kPackages32));
-    EXPECT_TRUE(KeyExists(HKLM, kInstall32));
-}
-
-TEST_F(RecordCleanupTest, CleanRegistryWithEmptyDataAimsAtTheListAndFailsOnUnreadableData)
-{
-    SetDword(HKLM, kPackages + kPackageA, L"iPackageLevel", 1);
-    SetDword(HKLM, kPackages32 + kPackageB, L"iPackageLevel", 1);
-
-    // Too long for the 260-character buffer: nothing is done or logged.
-    Session unreadable;
-    unreadable.SetCustomActionData(Repeat(L'W', 260));
-    EXPECT_EQ(1627u, unreadable.Call("CleanRegistry"));
-    EXPECT_THAT(unreadable.Log(), IsEmpty());
-    EXPECT_TRUE(KeyExists(HKLM, kPackages + kPackageA));
-
-    Session empty;
-    EXPECT_EQ(0u, empty.Call("CleanRegistry"));
-    std::vector<std::wstring> log = empty.Log();
-    ASSERT_EQ(6u, log.size());
-    EXPECT_EQ(L"Tessel_CA DeleteFerruleRegKey: PID=\n", log[0]);
-    EXPECT_EQ(Deleting(kPackages + L"\\"), log[1]);
-    EXPECT_EQ(Deleted(kInstall), log[5]);
-    EXPECT_FALSE(KeyExists(HKLM, kInstall));
-    EXPECT_FALSE(KeyExists(HKLM, kInstall32));
+    const harness::Rows a = {{L"CustomActionData", kPackageA}};
+    harness::ActionCase perUser = {"last package, per-user values", "CleanRegistry", a,
+                                   [] {
+                                       Packages({kPackages + kPackageA, kPackages32 + kPackageA + L"\\Sub"})();
+                                       for (const wchar_t* name : {L"", L" ", L" Leading", L"UserSetting"})
+                                           SetText(HKCU, L"SOFTWARE\\Orvel", name, L"x");
+                                   },
+                                   0,
+                                   harness::Exactly({L"Tessel_CA DeleteFerruleRegKey: PID=" + std::wstring(kPackageA) + L"\n",
+                                                     Deleting(package), ShouldBeDeleted(package), kAttempted,
+                                                     kWillAttempt, Deleted(kPackages), Deleted(kInstall)}),
+                                   [](Session& session) {
+                                       Keys({L"-" + kInstall, L"-" + kInstall32, L"SOFTWARE\\Kestra Technologies"})(session);
+                                       // The default value and the single blank's stay.
+                                       EXPECT_EQ((harness::Lines{L"", L" "}), harness::ValueNamesOf(HKCU, L"SOFTWARE\\Orvel"));
+                                   }};
+    RunCases({
+        perUser,
+        // A package in the 32-bit view counts all the same; with no per-user key, no line for it.
+        {"another package left", "CleanRegistry", a, Packages({kPackages + kPackageA, kPackages32 + kPackageB}), 0,
+         harness::Includes({kWillAttempt, HasSubKeys(kPackages), HasSubKeys(kInstall)}),
+         Keys({L"-" + kPackages + kPackageA, kPackages32 + kPackageB})},
+        // The root's one value keeps the root.
+        {"a value left", "CleanRegistry", {{L"CustomActionData", kPackageB}},
+         [] {
+             Packages({kPackages32 + kPackageB})();
+             SetText(HKLM, kInstall32, L"InstallWide", L"x");
+         },
+         0,
+         harness::Includes({Deleted(kPackages), L"Tessel_CA DeleteTesselRegKey(), Tessel key is not empty thus it will "
+                                                L"not be deleted " + kInstall + L" \n"}),
+         Keys({L"-" + kPackages32, kInstall32})},
+        // Too long for the 260-character buffer: nothing is done or said.
+        {"unreadable", "CleanRegistry", {{L"CustomActionData", Repeat(L'W', 260)}}, Packages({kPackages + kPackageA}),
+         1627, harness::Exactly({}), Keys({kPackages + kPackageA})},
+        // Empty data aims at the list itself.
+        {"empty", "CleanRegistry", {}, Packages({kPackages + kPackageA, kPackages32 + kPackageB}), 0,
+         harness::Includes({L"Tessel_CA DeleteFerruleRegKey: PID=\n", Deleting(kPackages + L"\\"), Deleted(kInstall)}),
+         Keys({L"-" + kInstall, L"-" + kInstall32})},
+    });
 }
 
 TEST_F(RecordCleanupTest, RmLegacyUninstallRemovesTheOlderInstallersEntry)
@@ -178,45 +159,40 @@ TEST_F(RecordCleanupTest, RemoveFerruleEntryLogsThroughTheHandleAnEarlierActionL
                                            ShouldBeDeleted(entry + L"\\\\")));
 }
 
+// Hidden as a system component: a package of level 1 whose entry is found in either view.
 TEST_F(RecordCleanupTest, RemoveARPEntriesHidesOrdinaryPackagesOnly)
 {
-    Session session;
-    EXPECT_EQ(1u, session.Call("RemoveARPEntries"));  // no package list at all
-
-    // A: an entry only in the 32-bit view. B: level 2. C: no level.
-    SetDword(HKLM, kPackages + L"A", L"iPackageLevel", 1);
-    SetText(HKLM, kPackages + L"A", L"ProductGUID", TESSEL_TEST_PRODUCT_1);
-    SetDword(HKLM, kPackages + L"B", L"iPackageLevel", 2);
-    SetText(HKLM, kPackages + L"B", L"ProductGUID", TESSEL_TEST_PRODUCT_2);
-    SetText(HKLM, kPackages + L"C", L"ProductGUID", TESSEL_TEST_PRODUCT_2);
-    SetText(HKLM, kUninstall32 + TESSEL_TEST_PRODUCT_1, L"DisplayName", L"One");
-    SetText(HKLM, kUninstall + TESSEL_TEST_PRODUCT_2, L"DisplayName", L"Two");
-    EXPECT_EQ(1u, session.Call("RemoveARPEntries"));
-    EXPECT_EQ(1u, DwordOf(HKLM, kUninstall32 + TESSEL_TEST_PRODUCT_1, L"SystemComponent"));
-    EXPECT_FALSE(HasValue(HKLM, kUninstall + TESSEL_TEST_PRODUCT_2, L"SystemComponent"));
-    EXPECT_TRUE(KeyExists(HKLM, kPackages + L"A"));  // flagged, not deleted
-    EXPECT_THAT(session.Log(), IsEmpty());
-}
-
-TEST_F(RecordCleanupTest, RemoveARPEntriesStopsAtALongNameAfterAFixedPackage)
-{
     const std::wstring fixed = L"W-05-000U-000-003-002-001-00-00";
-    SetDword(HKLM, kPackages + fixed, L"iPackageLevel", 1);
-    SetText(HKLM, kPackages + fixed, L"ProductGUID", TESSEL_TEST_PRODUCT_1);
-    SetDword(HKLM, kPackages + kPackageA, L"iPackageLevel", 1);  // after the fixed one, 31 characters
-    SetText(HKLM, kPackages + kPackageA, L"ProductGUID", TESSEL_TEST_PRODUCT_2);
-    SetText(HKLM, kUninstall + TESSEL_TEST_PRODUCT_1, L"DisplayName", L"One");
-    SetText(HKLM, kUninstall + TESSEL_TEST_PRODUCT_2, L"DisplayName", L"Two");
-
-    Session session;
-    EXPECT_EQ(1u, session.Call("RemoveARPEntries"));
-    EXPECT_FALSE(HasValue(HKLM, kUninstall + TESSEL_TEST_PRODUCT_1, L"SystemComponent"));
-    EXPECT_FALSE(HasValue(HKLM, kUninstall + TESSEL_TEST_PRODUCT_2, L"SystemComponent"));
-
-    // Without the fixed package ahead of it, the same package is hidden.
-    harness::DeleteRegTree(HKLM, kPackages + fixed);
-    EXPECT_EQ(1u, session.Call("RemoveARPEntries"));
-    EXPECT_EQ(1u, DwordOf(HKLM, kUninstall + TESSEL_TEST_PRODUCT_2, L"SystemComponent"));
+    auto packages = [](std::vector<std::pair<std::wstring, DWORD>> levels) {
+        return [levels] {
+            const wchar_t* products[] = {TESSEL_TEST_PRODUCT_1, TESSEL_TEST_PRODUCT_2};
+            for (size_t i = 0; i < levels.size(); ++i) {
+                if (levels[i].second != 0)
+                    SetDword(HKLM, kPackages + levels[i].first, L"iPackageLevel", levels[i].second);
+                SetText(HKLM, kPackages + levels[i].first, L"ProductGUID", products[i % 2]);
+            }
+            SetText(HKLM, kUninstall32 + TESSEL_TEST_PRODUCT_1, L"DisplayName", L"One");
+            SetText(HKLM, kUninstall + TESSEL_TEST_PRODUCT_2, L"DisplayName", L"Two");
+        };
+    };
+    auto hidden = [](bool one, bool two) {
+        return [=](Session&) {
+            EXPECT_EQ(one ? 1u : harness::kMissingDword, DwordOf(HKLM, kUninstall32 + TESSEL_TEST_PRODUCT_1, L"SystemComponent"));
+            EXPECT_EQ(two ? 1u : harness::kMissingDword, DwordOf(HKLM, kUninstall + TESSEL_TEST_PRODUCT_2, L"SystemComponent"));
+        };
+    };
+    RunCases({
+        {"no package list", "RemoveARPEntries", {}, nullptr, 1, harness::Exactly({}), nullptr},
+        // Level 2 and no level are left alone; the package's own key stays.
+        {"levels", "RemoveARPEntries", {}, packages({{L"A", 1}, {L"B", 2}, {L"C", 0}}), 1, harness::Exactly({}),
+         [hidden](Session& session) {
+             hidden(true, false)(session);
+             EXPECT_TRUE(KeyExists(HKLM, kPackages + L"A"));
+         }},
+        {"a long name after a fixed package stops the walk", "RemoveARPEntries", {}, packages({{fixed, 1}, {kPackageA, 1}}),
+         1, {}, hidden(false, false)},
+        {"the same name alone", "RemoveARPEntries", {}, packages({{L"A", 0}, {kPackageA, 1}}), 1, {}, hidden(false, true)},
+    });
 }
 
 // The install manager as installed from C:\tessel\scratch\InstallManager.
