@@ -16,40 +16,26 @@
 
 namespace {
 
-const DWORD kCheckPointStep = 250;
-
 std::wstring g_name;
-DWORD g_startMs = 0;
-DWORD g_startHint = 0;
-bool g_flatStart = false;
-DWORD g_stopMs = 0;
-DWORD g_stopHint = 0;
-bool g_stopNever = false;
-bool g_refuseStop = false;
-
+DWORD g_startMs = 0, g_startHint = 0, g_stopMs = 0, g_stopHint = 0;
+bool g_flatStart = false, g_stopNever = false, g_refuseStop = false;
 SERVICE_STATUS_HANDLE g_statusHandle = NULL;
 HANDLE g_stopRequested = NULL;
 DWORD g_checkPoint = 0;
 
 void Report(DWORD state, DWORD waitHint, DWORD accepted)
 {
-    SERVICE_STATUS status = {};
-    status.dwServiceType = SERVICE_WIN32_OWN_PROCESS;
-    status.dwCurrentState = state;
-    status.dwControlsAccepted = accepted;
-    status.dwWin32ExitCode = NO_ERROR;
-    status.dwCheckPoint = (state == SERVICE_START_PENDING || state == SERVICE_STOP_PENDING) ? g_checkPoint : 0;
-    status.dwWaitHint = waitHint;
+    const bool pending = state == SERVICE_START_PENDING || state == SERVICE_STOP_PENDING;
+    SERVICE_STATUS status = {SERVICE_WIN32_OWN_PROCESS, state, accepted, NO_ERROR, 0, pending ? g_checkPoint : 0,
+                             waitHint};
     SetServiceStatus(g_statusHandle, &status);
 }
 
-// Stays in a pending state for `ms`, raising the check point unless `flat`.
+// Stays in a pending state for `ms`, raising the check point every 250 ms unless `flat`.
 void StayPending(DWORD state, DWORD ms, DWORD waitHint, bool flat)
 {
-    DWORD begin = GetTickCount();
-    while (GetTickCount() - begin < ms) {
-        DWORD left = ms - (GetTickCount() - begin);
-        Sleep(left < kCheckPointStep ? left : kCheckPointStep);
+    for (DWORD begin = GetTickCount(), now = begin; now - begin < ms; now = GetTickCount()) {
+        Sleep(ms - (now - begin) < 250 ? ms - (now - begin) : 250);
         if (!flat) {
             ++g_checkPoint;
             Report(state, waitHint, 0);
@@ -63,70 +49,43 @@ DWORD WINAPI OnControl(DWORD control, DWORD, LPVOID, LPVOID)
         g_checkPoint = 1;
         Report(SERVICE_STOP_PENDING, g_stopHint, 0);
         SetEvent(g_stopRequested);
-        return NO_ERROR;
     }
-    if (control == SERVICE_CONTROL_INTERROGATE)
-        return NO_ERROR;
-    return ERROR_CALL_NOT_IMPLEMENTED;
+    return control == SERVICE_CONTROL_STOP || control == SERVICE_CONTROL_INTERROGATE ? NO_ERROR
+                                                                                      : ERROR_CALL_NOT_IMPLEMENTED;
 }
 
 void WINAPI ServiceMain(DWORD, LPWSTR*)
 {
     g_statusHandle = RegisterServiceCtrlHandlerExW(g_name.c_str(), OnControl, NULL);
-    if (g_statusHandle == NULL)
-        return;
     g_stopRequested = CreateEventW(NULL, TRUE, FALSE, NULL);
-
     g_checkPoint = 1;
     Report(SERVICE_START_PENDING, g_startHint, 0);
     StayPending(SERVICE_START_PENDING, g_startMs, g_startHint, g_flatStart);
     Report(SERVICE_RUNNING, 0, g_refuseStop ? 0 : SERVICE_ACCEPT_STOP);
-
     WaitForSingleObject(g_stopRequested, INFINITE);
-    if (g_stopNever) {
-        for (;;)
-            Sleep(INFINITE);
-    }
+    if (g_stopNever)
+        Sleep(INFINITE);
     StayPending(SERVICE_STOP_PENDING, g_stopMs, g_stopHint, false);
     Report(SERVICE_STOPPED, 0, 0);
-}
-
-DWORD Number(const wchar_t* text)
-{
-    return static_cast<DWORD>(wcstoul(text, NULL, 10));
-}
-
-bool Option(const wchar_t* argument, const wchar_t* name, DWORD& value)
-{
-    size_t length = wcslen(name);
-    if (wcsncmp(argument, name, length) != 0 || argument[length] != L'=')
-        return false;
-    value = Number(argument + length + 1);
-    return true;
 }
 
 }  // namespace
 
 int wmain(int argc, wchar_t** argv)
 {
-    if (argc < 2)
-        return 2;
-    g_name = argv[1];
-    for (int i = 2; i < argc; ++i) {
-        const wchar_t* argument = argv[i];
-        if (Option(argument, L"start-ms", g_startMs) || Option(argument, L"start-hint", g_startHint) ||
-            Option(argument, L"stop-ms", g_stopMs) || Option(argument, L"stop-hint", g_stopHint))
-            continue;
-        if (wcscmp(argument, L"flat") == 0)
-            g_flatStart = true;
-        else if (wcscmp(argument, L"stop-never") == 0)
-            g_stopNever = true;
-        else if (wcscmp(argument, L"refuse-stop") == 0)
-            g_refuseStop = true;
-        else
-            return 2;
-    }
-
+    g_name = argc > 1 ? argv[1] : L"";
+    const struct { const wchar_t* name; DWORD* number; bool* flag; } options[] = {
+        {L"start-ms=", &g_startMs, NULL}, {L"start-hint=", &g_startHint, NULL}, {L"stop-ms=", &g_stopMs, NULL},
+        {L"stop-hint=", &g_stopHint, NULL}, {L"flat", NULL, &g_flatStart}, {L"stop-never", NULL, &g_stopNever},
+        {L"refuse-stop", NULL, &g_refuseStop}};
+    for (int i = 2; i < argc; ++i)
+        for (const auto& option : options) {
+            const size_t length = wcslen(option.name);
+            if (option.number != NULL && wcsncmp(argv[i], option.name, length) == 0)
+                *option.number = static_cast<DWORD>(wcstoul(argv[i] + length, NULL, 10));
+            else if (option.flag != NULL && wcscmp(argv[i], option.name) == 0)
+                *option.flag = true;
+        }
     SERVICE_TABLE_ENTRYW table[] = {{&g_name[0], ServiceMain}, {NULL, NULL}};
     return StartServiceCtrlDispatcherW(table) ? 0 : 1;
 }
