@@ -210,26 +210,13 @@ std::string ReadFileBytes(const std::wstring& path);
 // A string of `count` copies of `c`.
 inline std::wstring Repeat(wchar_t c, size_t count) { return std::wstring(count, c); }
 
-// Runs a program to its end; returns its exit code.
-DWORD RunToExit(const std::wstring& commandLine);
+// Runs a program to its end, or ends it after `timeoutMs`; returns its exit code (STILL_ACTIVE when ended).
+DWORD RunToExit(const std::wstring& commandLine, DWORD timeoutMs = INFINITE);
 
 // The recording program: copies of it append their command line to the file
 // RecordFileFor(their path). Installing a copy clears its record.
 void InstallRecorder(const std::wstring& targetPath);
 std::wstring RecordFileFor(const std::wstring& programPath);
 std::vector<std::wstring> RecordedCommandLines(const std::wstring& programPath);
-
-}  // namespace harness
-
-namespace harness {
-
-// What a program sent to the debugger (OutputDebugString), captured by running
-// it under a small debugger loop: Wine shows these texts nowhere else.
-struct DebugOutput {
-    std::vector<std::wstring> messages;  // in order, each as sent
-    DWORD exitCode = 0;
-    bool finished = false;  // false: still running after the time-out, so it was ended
-};
-DebugOutput RunUnderDebugger(const std::wstring& commandLine, DWORD timeoutMs);
 
 }  // namespace harness

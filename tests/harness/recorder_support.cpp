@@ -7,7 +7,7 @@
 
 namespace harness {
 
-DWORD RunToExit(const std::wstring& commandLine)
+DWORD RunToExit(const std::wstring& commandLine, DWORD timeoutMs)
 {
     STARTUPINFOW startup = {};
     startup.cb = sizeof(startup);
@@ -15,8 +15,10 @@ DWORD RunToExit(const std::wstring& commandLine)
     std::wstring line = commandLine;
     if (!CreateProcessW(NULL, &line[0], NULL, NULL, FALSE, 0, NULL, NULL, &startup, &process))
         throw std::runtime_error("CreateProcessW failed");
+    DWORD exitCode = STILL_ACTIVE;
+    if (WaitForSingleObject(process.hProcess, timeoutMs) == WAIT_TIMEOUT)
+        TerminateProcess(process.hProcess, STILL_ACTIVE);
     WaitForSingleObject(process.hProcess, INFINITE);
-    DWORD exitCode = 0;
     GetExitCodeProcess(process.hProcess, &exitCode);
     CloseHandle(process.hThread);
     CloseHandle(process.hProcess);

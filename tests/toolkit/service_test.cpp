@@ -1,8 +1,7 @@
 // The service layer against the prefix's service control manager. The test
 // service's binary path says how it starts and stops (test_service.cpp). Each
-// operation runs in service_probe.exe under a debugger loop, the only place its
-// messages show; "+fake" runs it on a fake clock, so the 30-second deadline
-// costs no real time.
+// operation runs in service_probe.exe, which records its debugger messages;
+// "+fake" runs it on a fake clock, so the 30-second deadline costs no real time.
 #include "toolkit/area.h"
 
 #include "toolkit/service.h"
@@ -67,9 +66,11 @@ void Arrange(Scene scene, const std::wstring& behaviour)
         WithService(kName, SERVICE_STOP, [&](SC_HANDLE service) { ControlService(service, SERVICE_CONTROL_STOP, &ignored); });
 }
 
-// One operation in the probe: its result (1 or 0), its messages, and how long it took.
+// One operation in the probe: its result (1 or 0, STILL_ACTIVE when ended after `timeoutMs`), its
+// messages, and how long it took.
 struct ProbeRun {
-    harness::DebugOutput output;
+    DWORD result;
+    Lines messages;
     DWORD ms;
 };
 ProbeRun Probe(const std::wstring& operation, DWORD timeoutMs = 20000)
@@ -77,9 +78,16 @@ ProbeRun Probe(const std::wstring& operation, DWORD timeoutMs = 20000)
     const std::wstring fake = operation.find(L"+fake") != std::wstring::npos ? L" fake" : L"";
     const std::wstring line = L"\"" + harness::ProgramFolder() + L"service_probe.exe\" " +
                               operation.substr(0, operation.find(L'+')) + L" " + kName + fake;
+    const std::wstring file = std::wstring(harness::kScratchFolder) + L"probe.messages";
+    harness::MakeFolders(harness::kScratchFolder);
+    DeleteFileW(file.c_str());
     const DWORD begin = GetTickCount();
-    ProbeRun run = {harness::RunUnderDebugger(line, timeoutMs), 0};
+    ProbeRun run = {harness::RunToExit(line, timeoutMs), {}, 0};
     run.ms = GetTickCount() - begin;
+    const std::string bytes = harness::ReadFileBytes(file);
+    const std::wstring text = bytes == "<missing>" ? L"" : std::wstring(reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / 2);
+    for (size_t start = 0, end; (end = text.find(L'\x1e', start)) != std::wstring::npos; start = end + 1)
+        run.messages.push_back(text.substr(start, end - start));
     return run;
 }
 
@@ -137,9 +145,8 @@ TEST_F(ServiceControlTest, EachOperationWaitsAndSaysWhatHappened)
         Arrange(row.scene, row.behaviour);
         const DWORD pid = Status().dwProcessId;
         ProbeRun run = Probe(row.operation);
-        EXPECT_TRUE(run.output.finished);
-        EXPECT_EQ(row.result, run.output.exitCode);
-        EXPECT_EQ(row.messages, run.output.messages);
+        EXPECT_EQ(row.result, run.result);
+        EXPECT_EQ(row.messages, run.messages);
         EXPECT_EQ(row.stateAfter, Status().dwCurrentState);
         EXPECT_GE(run.ms, row.atLeastMs);
         if (row.scene == kRunning && std::wstring(row.operation) == L"start")
@@ -152,20 +159,20 @@ TEST_F(ServiceControlTest, AStartWaitsOnAStopWhoseHintOutlastsEachPass)
 {
     Arrange(kStopping, L"stop-never stop-hint=1500");
     ProbeRun run = Probe(L"start+fake", 3000);
-    EXPECT_FALSE(run.output.finished);
-    EXPECT_EQ(Lines(), run.output.messages);
+    EXPECT_EQ(DWORD(STILL_ACTIVE), run.result);
+    EXPECT_EQ(Lines(), run.messages);
 }
 
 TEST_F(ServiceControlTest, ARealStopUnderWayIsWaitedForAndADeleteIsSilent)
 {
     Arrange(kStopping, L"stop-ms=2500 stop-hint=1000");
-    Lines messages = Probe(L"stop").output.messages;
+    Lines messages = Probe(L"stop").messages;
     ASSERT_GE(messages.size(), 3u);
     EXPECT_EQ(kStopped, messages.back());
     messages.pop_back();
     EXPECT_EQ(Lines(messages.size(), kPending), messages);
 
-    EXPECT_EQ(0u, Probe(L"delete").output.exitCode);
+    EXPECT_EQ(0u, Probe(L"delete").result);
     EXPECT_EQ(0u, Status().dwCurrentState);
     // A running service is only marked; it goes when it stops.
     Arrange(kRunning, L"stop-ms=300");
