@@ -1,6 +1,5 @@
 // The harness's own tools, checked before other tests rely on them.
 #include "harness/harness.h"
-#include "toolkit/file.h"
 
 using harness::Lines;
 using harness::Session;
@@ -52,20 +51,6 @@ TEST_F(HarnessTest, EachSessionKeepsItsOwnLog)
     EXPECT_EQ(4u, immediate.Log().size());
     EXPECT_EQ(L"TESSEL_CA Not Launched from Ferrule and unable to get property", immediate.Log().back());
     EXPECT_EQ(1u, immediate.UserMessages().size());
-}
-
-// Half a second of retrying a folder that can't go passes at once on the fake clock.
-TEST_F(HarnessTest, TheFakeClockRunsTheLibrarysWaitsWithoutWaiting)
-{
-    const std::wstring folder = std::wstring(harness::kScratchFolder) + L"held";
-    harness::MakeFile(folder + L"\\in use.txt");
-    HANDLE held = CreateFileW((folder + L"\\in use.txt").c_str(), GENERIC_READ, 0, NULL, OPEN_EXISTING, 0, NULL);
-    {
-        harness::FakeClock clock(GetModuleHandleW(NULL));
-        EXPECT_FALSE(removeDirRecursive(folder));
-        EXPECT_GE(harness::FakeClock::Elapsed(), 500u);
-    }
-    CloseHandle(held);
 }
 
 }  // namespace

@@ -30,56 +30,46 @@ const std::wstring kKestra32 = L"SOFTWARE\\Wow6432Node\\Kestra";
 const std::wstring kOrvel = L"SOFTWARE\\Orvel\\";
 const std::wstring kOrvel32 = L"SOFTWARE\\Wow6432Node\\Orvel\\";
 
-TEST_F(RecordComponentKeysTest, DeleteVaneRegistryTakesAllOfKestraWithIt)
+// Checks that the keys are there, or with a "-" in front, gone.
+std::function<void(Session&)> Keys(HKEY root, std::vector<std::wstring> keys)
 {
-    for (const std::wstring& root : {kKestra, kKestra32}) {
-        SetText(HKLM, root + L"\\Vane", L"InstallDir", L"C:\\Vane");
-        SetText(HKLM, root + L"\\Another\\Deeper", L"Setting", L"x");
-        SetText(HKLM, root, L"Shared", L"x");
-    }
-    Session session;
-    EXPECT_EQ(1u, session.Call("DeleteVaneRegistry"));
-    EXPECT_THAT(session.Log(), ElementsAre(L"TESSEL_CA: SearchVaneRegKey  \n"));
-    EXPECT_FALSE(KeyExists(HKLM, kKestra));
-    EXPECT_FALSE(KeyExists(HKLM, kKestra32));
+    return [=](Session&) {
+        for (const std::wstring& key : keys)
+            EXPECT_EQ(key[0] != L'-', KeyExists(root, key[0] == L'-' ? key.substr(1) : key)) << key;
+    };
 }
 
-TEST_F(RecordComponentKeysTest, DeleteKestraKeyClearsThe32BitViewOnlyAndMayRunTwice)
+TEST_F(RecordComponentKeysTest, EachComponentsKeysGoInTheViewsOfItsAction)
 {
-    SetText(HKLM, kKestra32 + L"\\Vane\\Deeper", L"Setting", L"x");
-    SetText(HKLM, kKestra, L"Native", L"x");
-    Session session;
-    EXPECT_EQ(0u, session.Call("DeleteKestraKey"));
-    EXPECT_FALSE(KeyExists(HKLM, kKestra32));
-    EXPECT_EQ(L"x", TextOf(HKLM, kKestra, L"Native"));
-    EXPECT_EQ(0u, session.Call("DeleteKestraKey"));
-    EXPECT_THAT(session.Log(), IsEmpty());
-}
-
-TEST_F(RecordComponentKeysTest, HalyardAndSorrelKeysGoOneByOne)
-{
-    for (const std::wstring& root : {kOrvel, kOrvel32}) {
-        SetText(HKLM, root + L"Halyard\\Skins", L"InstallDir", L"C:\\Halyard");
-        SetText(HKLM, root + L"Sorrel\\Cache", L"Path", L"C:\\Sorrel");
-    }
-    SetText(HKCU, kOrvel + L"Sorrel", L"Recent", L"x");
-    SetText(HKCU, kOrvel + L"Halyard", L"Recent", L"x");
-
-    Session session;
-    EXPECT_EQ(0u, session.Call("DeleteHalyardKEY"));
-    EXPECT_THAT(session.Log(), IsEmpty());
-    EXPECT_FALSE(KeyExists(HKLM, kOrvel + L"Halyard"));
-    EXPECT_FALSE(KeyExists(HKLM, kOrvel32 + L"Halyard"));
-    EXPECT_TRUE(KeyExists(HKLM, kOrvel + L"Sorrel"));
-    EXPECT_TRUE(KeyExists(HKCU, kOrvel + L"Halyard"));  // HKLM only
-
-    EXPECT_EQ(1u, session.Call("DeleteSorrelRegistry"));
-    EXPECT_THAT(session.Log(), ElementsAre(L"TESSEL_CA: SearchSorrelRegKey  \n"));
-    EXPECT_FALSE(KeyExists(HKLM, kOrvel + L"Sorrel"));
-    EXPECT_FALSE(KeyExists(HKLM, kOrvel32 + L"Sorrel"));
-    EXPECT_FALSE(KeyExists(HKCU, kOrvel + L"Sorrel"));
-    EXPECT_TRUE(KeyExists(HKCU, kOrvel + L"Halyard"));
-    EXPECT_TRUE(KeyExists(HKLM, kOrvel));
+    auto both = [](std::vector<std::wstring> paths, bool user = false) {
+        return [=] {
+            for (const std::wstring& path : paths) {
+                SetText(HKLM, path, L"x", L"x");
+                SetText(HKLM, L"SOFTWARE\\Wow6432Node\\" + path.substr(9), L"x", L"x");
+                if (user)
+                    SetText(HKCU, path, L"x", L"x");
+            }
+        };
+    };
+    RunCases({
+        {"Vane takes all of Kestra", "DeleteVaneRegistry", {}, both({kKestra + L"\\Vane", kKestra + L"\\Another\\Deeper"}), 1,
+         harness::Exactly({L"TESSEL_CA: SearchVaneRegKey  \n"}), Keys(HKLM, {L"-" + kKestra, L"-" + kKestra32})},
+        {"Kestra, 32-bit view only", "DeleteKestraKey", {}, both({kKestra + L"\\Vane\\Deeper"}), 0, harness::Exactly({}),
+         Keys(HKLM, {kKestra + L"\\Vane", L"-" + kKestra32})},
+        {"Kestra, again", "DeleteKestraKey", {}, nullptr, 0, harness::Exactly({}), nullptr},
+        {"Halyard, HKLM only", "DeleteHalyardKEY", {}, both({kOrvel + L"Halyard\\Skins", kOrvel + L"Sorrel"}, true), 0,
+         harness::Exactly({}),
+         [](Session& session) {
+             Keys(HKLM, {L"-" + kOrvel + L"Halyard", L"-" + kOrvel32 + L"Halyard", kOrvel + L"Sorrel"})(session);
+             Keys(HKCU, {kOrvel + L"Halyard"})(session);
+         }},
+        {"Sorrel, HKCU too", "DeleteSorrelRegistry", {}, both({kOrvel + L"Sorrel\\Cache", kOrvel + L"Halyard"}, true), 1,
+         harness::Exactly({L"TESSEL_CA: SearchSorrelRegKey  \n"}),
+         [](Session& session) {
+             Keys(HKLM, {L"-" + kOrvel + L"Sorrel", L"-" + kOrvel32 + L"Sorrel", kOrvel})(session);
+             Keys(HKCU, {L"-" + kOrvel + L"Sorrel", kOrvel + L"Halyard"})(session);
+         }},
+    });
 }
 
 // The branding folder of a settings application installed in the scratch folder.
