@@ -5,6 +5,8 @@
 
 namespace harness {
 
+namespace {
+
 void ExpectLog(const Session& session, const LogCheck& check)
 {
     const Lines log = session.Log();
@@ -29,6 +31,8 @@ void ExpectLog(const Session& session, const LogCheck& check)
     }
     }
 }
+
+}  // namespace
 
 void ActionTest::RunCases(const std::vector<ActionCase>& cases)
 {

@@ -41,16 +41,13 @@ public:
     UINT Call(const char* exportName);
 
     std::wstring Property(const std::wstring& name) const;
-    void SetProperty(const std::wstring& name, const std::wstring& value);
     // What a deferred action receives.
-    void SetCustomActionData(const std::wstring& value) { SetProperty(L"CustomActionData", value); }
+    void SetCustomActionData(const std::wstring& value);
 
     // INFO lines the library wrote, in order (the installer's own banner left out).
     std::vector<std::wstring> Log() const;
     // USER messages, in order.
     const std::vector<std::wstring>& UserMessages() const { return userMessages_; }
-    // Every INFO line as the installer sent it, banner included.
-    const std::vector<std::wstring>& RawLog() const { return infoLines_; }
 
 private:
     static INT CALLBACK OnMessage(LPVOID context, UINT type, LPCWSTR text);
@@ -119,7 +116,6 @@ struct LogCheck {
 inline LogCheck Exactly(const Lines& lines) { return {LogCheck::kExact, lines}; }
 // Each line appears, in this order, among others.
 inline LogCheck Includes(const Lines& lines) { return {LogCheck::kIncludes, lines}; }
-void ExpectLog(const Session& session, const LogCheck& check);
 
 // One row of an action table: a fresh session with `properties` (a deferred
 // action's CustomActionData is one of them), `arrange` run first, then the
@@ -213,10 +209,9 @@ inline std::wstring Repeat(wchar_t c, size_t count) { return std::wstring(count,
 // Runs a program to its end, or ends it after `timeoutMs`; returns its exit code (STILL_ACTIVE when ended).
 DWORD RunToExit(const std::wstring& commandLine, DWORD timeoutMs = INFINITE);
 
-// The recording program: copies of it append their command line to the file
-// RecordFileFor(their path). Installing a copy clears its record.
+// The recording program: copies of it append their command line to a file
+// beside them. Installing a copy clears its record.
 void InstallRecorder(const std::wstring& targetPath);
-std::wstring RecordFileFor(const std::wstring& programPath);
 std::vector<std::wstring> RecordedCommandLines(const std::wstring& programPath);
 
 }  // namespace harness

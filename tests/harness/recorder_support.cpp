@@ -25,10 +25,14 @@ DWORD RunToExit(const std::wstring& commandLine, DWORD timeoutMs)
     return exitCode;
 }
 
+namespace {
+
 std::wstring RecordFileFor(const std::wstring& programPath)
 {
     return programPath + L".cmdline";
 }
+
+}  // namespace
 
 void InstallRecorder(const std::wstring& targetPath)
 {

@@ -156,9 +156,9 @@ std::wstring Session::Property(const std::wstring& name) const
     return value;
 }
 
-void Session::SetProperty(const std::wstring& name, const std::wstring& value)
+void Session::SetCustomActionData(const std::wstring& value)
 {
-    Check(MsiSetPropertyW(handle_, name.c_str(), value.c_str()), "MsiSetPropertyW");
+    Check(MsiSetPropertyW(handle_, L"CustomActionData", value.c_str()), "MsiSetPropertyW");
 }
 
 std::vector<std::wstring> Session::Log() const
