@@ -4,6 +4,7 @@
 
 #include "config/config_store.h"
 #include "framework/error_handler.h"
+#include "framework/kestra_logger.h"
 
 #include <thread>
 
@@ -123,6 +124,27 @@ TEST_F(ConfigStoreTest, ASaveGoesOnPastFailuresAndReportsThem)
     const std::wstring nowhere = std::wstring(harness::kScratchFolder) + L"missing\\InstallManager.cfg";
     EXPECT_TRUE(refusing.SaveFile(nowhere));
     EXPECT_FALSE(harness::Exists(nowhere));
+}
+
+// A parent that can't be written is refused before any change, and the framework's log says so. An existing
+// folder always passes (the run-time library checks only that it exists); a read-only file in its place doesn't.
+TEST_F(ConfigStoreTest, ASaveUnderAReadOnlyParentIsRefusedAndLogged)
+{
+    const std::wstring folder = std::wstring(harness::kScratchFolder) + L"ro";
+    const std::wstring library = harness::ProgramFolder() + L"kestraLog.dll";
+    harness::MakeFile(folder, "x", FILE_ATTRIBUTE_READONLY);
+    CopyFileW((harness::ProgramFolder() + L"kestra_log_standin.dll").c_str(), library.c_str(), FALSE);
+    Config store;
+    store.SetString(L"a", L"1", 0);
+    EXPECT_FALSE(store.SaveFile(folder + L"\\InstallManager.cfg"));
+    KestraLogger::GetInstance().Unload();
+    DeleteFileW(library.c_str());
+    const std::string bytes = harness::ReadFileBytes(std::wstring(harness::kScratchFolder) + L"kestraLog.lines");
+    std::string text;
+    for (size_t i = 0; i < bytes.size(); i += 2)
+        text += bytes[i];
+    EXPECT_NE(std::string::npos, text.find("1|Configuration::[")) << text;
+    EXPECT_NE(std::string::npos, text.find("] The directory >C:\\tessel\\scratch\\ro< is not writable\n")) << text;
 }
 
 class RecordingObserver : public IConfigObserver {

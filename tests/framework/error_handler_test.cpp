@@ -63,6 +63,12 @@ TEST(ErrorCatalogue, RegisteredErrorsFollowTheTableAndBecomeTheLastError)
     catalogue.SetLastErrorCodeEx(5, true);
     // Held once though added twice; not told of the quiet set nor after its removal.
     EXPECT_EQ((std::vector<int>{1608, 1609, 165}), listener.codes);
+    // Each set lets the lock go: another thread takes it at once.
+    HANDLE other = CreateThread(
+        NULL, 0, [](LPVOID handler) -> DWORD { return static_cast<ErrorHandler*>(handler)->SetLastErrorCodeEx(8, false), 0; },
+        &catalogue, 0, NULL);
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(other, 5000));
+    CloseHandle(other);
 
     // The process's one catalogue; one set from outside is not owned, so releasing forgets it undeleted.
     EXPECT_EQ(ErrorHandler::GetInstance(), ErrorHandler::GetInstance());

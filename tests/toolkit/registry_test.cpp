@@ -165,6 +165,7 @@ TEST_F(RegistryTest, TreeDeletesWorkInTheirOwnViewAndStopAtAKeyThatWontGo)
     // The older walk works in its caller's buffer and gives it back as it came.
     for (REGSAM view : {k32, k64})
         CreateKey(HKLM, kRoot + L"Old\\One\\Two", view);
+    CreateKey(HKLM, kRoot + L"Old\\Three", k32);
     wchar_t path[kKeyPathChars] = L"SOFTWARE\\TesselTest\\Old\\";
     EXPECT_EQ(1, DeleteKeyRecursive32(path));
     EXPECT_STREQ(L"SOFTWARE\\TesselTest\\Old\\", path);
