@@ -183,6 +183,8 @@ TEST_F(RecordCleanupTest, RemoveARPEntriesHidesOrdinaryPackagesOnly)
     };
     RunCases({
         {"no package list", "RemoveARPEntries", {}, nullptr, 1, harness::Exactly({}), nullptr},
+        {"an empty package list", "RemoveARPEntries", {}, [] { harness::CreateKey(HKLM, kPackages); }, 1,
+         harness::Exactly({}), nullptr},
         // Level 2 and no level are left alone; the package's own key stays.
         {"levels", "RemoveARPEntries", {}, packages({{L"A", 1}, {L"B", 2}, {L"C", 0}}), 1, harness::Exactly({}),
          [hidden](Session& session) {

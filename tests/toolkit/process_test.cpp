@@ -122,7 +122,8 @@ TEST_F(ProcessTest, ShellLaunchOpensTheFileWithItsParameters)
 
 // A real missing file can't be tried here: without SEE_MASK_FLAG_NO_UI the shell shows its error box first,
 // on Windows as under Wine, and nobody answers it in a silent test. The shell's codes are fed in instead;
-// -1 stands for a success without a process handle, which isn't waited for.
+// Each text is the installer log's account of a failed launch, so each is pinned. -1 stands for a success
+// without a process handle, which isn't waited for.
 INT_PTR g_shellResult = 0;
 
 BOOL WINAPI FakeShellExecute(SHELLEXECUTEINFOW* info)
@@ -139,9 +140,18 @@ TEST_F(ProcessTest, ShellLaunchNamesTheShellsFailures)
     const std::pair<INT_PTR, std::wstring> rows[] = {
         {0, L"failed to launch the following: The operating system is out of memory or resources"},
         {2, L"failed to launch the following: File not found."},
+        {3, L"failed to launch the following: Path not found."},
+        {5, L"failed to launch the following: Access denied."},
+        {8, L"failed to launch the following: Out of memory."},
+        {26, L"failed to launch the following: Cannot share an open file."},
+        {27, L"failed to launch the following: File association information not complete."},
         {28, L"failed to launch the following:  The DDE transaction could not be completed because the request "
              L"timed out"},
+        {29, L"failed to launch the following: DDE operation failed."},
+        {30, L"failed to launch the following: DDE operation is busy."},
+        {31, L"failed to launch the following: File association not available."},
         {32, L"failed to launch the following: Dynamic-link library not found."},
+        {33, L"failed to launch the following: Unknown error, could be SE_ERR_FNF, or SE_ERR_PNF"},
         {4, L"failed to launch the following: Unknown error, could be SE_ERR_FNF, or SE_ERR_PNF"},
         {-1, L"launched the following successfully: C:\\any.exe \nWaiting for process to end..."}};
     Lines expected;
