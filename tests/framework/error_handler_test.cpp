@@ -32,6 +32,12 @@ TEST(ErrorCatalogue, Holds201UniquelyNamedCodes)
               L"https://www.orvel.com/support.",
               row(191));
     EXPECT_EQ(L"1 ERROR_UNKNOWN Unknown Error", row(1607));
+    // The one text that breaks a line.
+    EXPECT_EQ(L"2 IM_BLOCK_RAIDUPGRADE Previously installed RAID driver is not compatible with new RAID driver, "
+              L"installing new driver may damage existing RAID array.\r\n If you wish to proceed with new RAID driver "
+              L"installation then take back up of your array install the new RAID driver manually with fresh OS "
+              L"installation.",
+              row(1606));
     // Names are found exactly; anything else is the unknown error.
     EXPECT_EQ(1607, catalogue.GetErrorCode(L"error_none"));
     EXPECT_EQ(1607, catalogue.GetErrorCode(L"ERROR_NONE "));
