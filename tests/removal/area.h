@@ -21,3 +21,12 @@ inline harness::Area RemovalArea()
              L"C:\\ProgramData\\Orvel"},
             {}};
 }
+
+// Checks after an action that the keys under `root` are there, or with a "-" in front, gone.
+inline std::function<void(harness::Session&)> Keys(HKEY root, std::vector<std::wstring> keys)
+{
+    return [=](harness::Session&) {
+        for (const std::wstring& key : keys)
+            EXPECT_EQ(key[0] != L'-', harness::KeyExists(root, key[0] == L'-' ? key.substr(1) : key)) << key;
+    };
+}

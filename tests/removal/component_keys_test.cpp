@@ -6,10 +6,6 @@
 #include <gmock/gmock.h>
 
 using harness::Session;
-using harness::DwordOf;
-using harness::HasValue;
-using harness::KeyExists;
-using harness::SetDword;
 using harness::SetText;
 using harness::TextOf;
 using ::testing::ElementsAre;
@@ -29,15 +25,6 @@ const std::wstring kKestra = L"SOFTWARE\\Kestra";
 const std::wstring kKestra32 = L"SOFTWARE\\Wow6432Node\\Kestra";
 const std::wstring kOrvel = L"SOFTWARE\\Orvel\\";
 const std::wstring kOrvel32 = L"SOFTWARE\\Wow6432Node\\Orvel\\";
-
-// Checks that the keys are there, or with a "-" in front, gone.
-std::function<void(Session&)> Keys(HKEY root, std::vector<std::wstring> keys)
-{
-    return [=](Session&) {
-        for (const std::wstring& key : keys)
-            EXPECT_EQ(key[0] != L'-', KeyExists(root, key[0] == L'-' ? key.substr(1) : key)) << key;
-    };
-}
 
 TEST_F(RecordComponentKeysTest, EachComponentsKeysGoInTheViewsOfItsAction)
 {

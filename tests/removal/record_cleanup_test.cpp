@@ -13,7 +13,6 @@ using harness::HasValue;
 using harness::KeyExists;
 using harness::SetDword;
 using harness::SetText;
-using harness::TextOf;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -72,15 +71,6 @@ std::function<void()> Packages(std::vector<std::wstring> keys)
     };
 }
 
-// Checks that the keys are there, or with a "-" in front, gone.
-std::function<void(Session&)> Keys(std::vector<std::wstring> keys)
-{
-    return [keys](Session&) {
-        for (const std::wstring& key : keys)
-            EXPECT_EQ(key[0] != L'-', KeyExists(HKLM, key[0] == L'-' ? key.substr(1) : key)) << key;
-    };
-}
-
 TEST_F(RecordCleanupTest, CleanRegistryTakesTheParentsWithTheLastPackage)
 {
     const std::wstring package = kPackages + kPackageA + L"\\";
@@ -96,7 +86,7 @@ TEST_F(RecordCleanupTest, CleanRegistryTakesTheParentsWithTheLastPackage)
                                                      Deleting(package), ShouldBeDeleted(package), kAttempted,
                                                      kWillAttempt, Deleted(kPackages), Deleted(kInstall)}),
                                    [](Session& session) {
-                                       Keys({L"-" + kInstall, L"-" + kInstall32, L"SOFTWARE\\Kestra Technologies"})(session);
+                                       Keys(HKLM, {L"-" + kInstall, L"-" + kInstall32, L"SOFTWARE\\Kestra Technologies"})(session);
                                        // The default value and the single blank's stay.
                                        EXPECT_EQ((harness::Lines{L"", L" "}), harness::ValueNamesOf(HKCU, L"SOFTWARE\\Orvel"));
                                    }};
@@ -105,7 +95,7 @@ TEST_F(RecordCleanupTest, CleanRegistryTakesTheParentsWithTheLastPackage)
         // A package in the 32-bit view counts all the same; with no per-user key, no line for it.
         {"another package left", "CleanRegistry", a, Packages({kPackages + kPackageA, kPackages32 + kPackageB}), 0,
          harness::Includes({kWillAttempt, HasSubKeys(kPackages), HasSubKeys(kInstall)}),
-         Keys({L"-" + kPackages + kPackageA, kPackages32 + kPackageB})},
+         Keys(HKLM, {L"-" + kPackages + kPackageA, kPackages32 + kPackageB})},
         // The root's one value keeps the root.
         {"a value left", "CleanRegistry", {{L"CustomActionData", kPackageB}},
          [] {
@@ -115,14 +105,14 @@ TEST_F(RecordCleanupTest, CleanRegistryTakesTheParentsWithTheLastPackage)
          0,
          harness::Includes({Deleted(kPackages), L"Tessel_CA DeleteTesselRegKey(), Tessel key is not empty thus it will "
                                                 L"not be deleted " + kInstall + L" \n"}),
-         Keys({L"-" + kPackages32, kInstall32})},
+         Keys(HKLM, {L"-" + kPackages32, kInstall32})},
         // Too long for the 260-character buffer: nothing is done or said.
         {"unreadable", "CleanRegistry", {{L"CustomActionData", Repeat(L'W', 260)}}, Packages({kPackages + kPackageA}),
-         1627, harness::Exactly({}), Keys({kPackages + kPackageA})},
+         1627, harness::Exactly({}), Keys(HKLM, {kPackages + kPackageA})},
         // Empty data aims at the list itself.
         {"empty", "CleanRegistry", {}, Packages({kPackages + kPackageA, kPackages32 + kPackageB}), 0,
          harness::Includes({L"Tessel_CA DeleteFerruleRegKey: PID=\n", Deleting(kPackages + L"\\"), Deleted(kInstall)}),
-         Keys({L"-" + kInstall, L"-" + kInstall32})},
+         Keys(HKLM, {L"-" + kInstall, L"-" + kInstall32})},
     });
 }
 
