@@ -28,8 +28,9 @@ bench: build
 SEED ?= 1
 N ?= 60
 FOLDERS ?=
+ONLY ?=
 mutants: build
-	SEED=$(SEED) N=$(N) FOLDERS="$(FOLDERS)" tools/mutants.py $(BUILD)
+	SEED=$(SEED) N=$(N) FOLDERS="$(FOLDERS)" ONLY="$(ONLY)" tools/mutants.py $(BUILD)
 
 clean:
 	rm -rf $(BUILD)

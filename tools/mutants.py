@@ -5,7 +5,8 @@ files, each rebuilt and run against the test programs of its folder.
 Usage: tools/mutants.py BUILD_DIR
 Rows of long data tables (catalogues) are left out.
 Environment: SEED (default 1), N (default 60), FOLDERS (default: every
-library folder; comma- or space-separated), TIMEOUT (seconds per program run;
+library folder; comma- or space-separated), ONLY (folders whose mutants of
+that sample are run, so that a slice of a full run can be repeated), TIMEOUT (seconds per program run;
 default four times its clean run, at least 60).
 
 A mutant is killed when a test program fails or times out, survives when they
@@ -260,6 +261,9 @@ def main():
             rel = path.relative_to(ROOT)
             candidates += sites(rel, path.read_text(encoding="utf-8"), rng)
     chosen = rng.sample(candidates, min(count, len(candidates)))
+    only = os.environ.get("ONLY", "").replace(",", " ").split()
+    if only:
+        chosen = [m for m in chosen if m.folder in only]
 
     out = build / "mutants"
     sources = Sources(out / "backup")
