@@ -85,7 +85,6 @@ public:
     RefusedPropertySets& operator=(const RefusedPropertySets&) = delete;
 
 private:
-    bool active_;
     ImportPatch patch_;
 };
 
@@ -192,6 +191,8 @@ private:
 // Product codes whose uninstall entries tests may create.
 #define TESSEL_TEST_PRODUCT_1 L"{7E57C0DE-0000-4000-8000-000000000001}"
 #define TESSEL_TEST_PRODUCT_2 L"{7E57C0DE-0000-4000-8000-000000000002}"
+
+const wchar_t kSessionManager[] = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager";
 
 // A folder for a test's own files, removed before and after each test.
 const wchar_t kScratchFolder[] = L"C:\\tessel\\scratch\\";

@@ -6,8 +6,6 @@ using harness::Session;
 
 namespace {
 
-const wchar_t kInstallKey[] = L"SOFTWARE\\Kestra Technologies\\Install";
-
 class HarnessTest : public harness::ActionTest {
 protected:
     HarnessTest() : ActionTest({{{HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kestra Technologies"}}, {}, {}}) {}
@@ -25,15 +23,6 @@ TEST_F(HarnessTest, TheRecorderKeepsEveryCommandLineAndExitsWithTheCodeItIsGiven
     EXPECT_EQ(1603u, harness::RunToExit(second));
     SetEnvironmentVariableW(L"RECORDER_EXIT_CODE", NULL);
     EXPECT_EQ((Lines{first, second}), harness::RecordedCommandLines(tool));
-}
-
-TEST_F(HarnessTest, TheAreaIsClearedInBothViews)
-{
-    harness::SetText(HKEY_LOCAL_MACHINE, kInstallKey, L"InstallDir", L"x", KEY_WOW64_32KEY);
-    harness::MakeFile(std::wstring(harness::kScratchFolder) + L"a\\b.txt");
-    harness::ClearArea({{{HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kestra Technologies"}}, {}, {}});
-    EXPECT_EQ(L"<missing>", harness::TextOf(HKEY_LOCAL_MACHINE, kInstallKey, L"InstallDir", KEY_WOW64_32KEY));
-    EXPECT_FALSE(harness::Exists(L"C:\\tessel\\scratch"));
 }
 
 // An immediate action and the deferred one it feeds, each in its own session:

@@ -1,42 +1,42 @@
 // Setting up and checking registry values and files, one way for every test.
 #include "harness/harness.h"
 
+#include <shlobj.h>
+
+#include <memory>
 #include <stdexcept>
 
 namespace harness {
 
 namespace {
 
-// An open key that closes itself; null when the key can't be opened.
-class OpenKey {
-public:
-    OpenKey(HKEY root, const std::wstring& path, REGSAM access) : key_(NULL)
-    {
-        RegOpenKeyExW(root, path.c_str(), 0, access, &key_);
-    }
-    ~OpenKey()
-    {
-        if (key_ != NULL)
-            RegCloseKey(key_);
-    }
-    OpenKey(const OpenKey&) = delete;
-    OpenKey& operator=(const OpenKey&) = delete;
-    operator HKEY() const { return key_; }
-
-private:
-    HKEY key_;
+struct KeyCloser {
+    void operator()(HKEY key) const { RegCloseKey(key); }
 };
+typedef std::unique_ptr<std::remove_pointer<HKEY>::type, KeyCloser> OpenKey;
+
+// Null when the key can't be opened.
+OpenKey Open(HKEY root, const std::wstring& path, REGSAM access)
+{
+    HKEY key = NULL;
+    RegOpenKeyExW(root, path.c_str(), 0, access, &key);
+    return OpenKey(key);
+}
+
+// RegGetValueW names the views with the same bits, eight places up.
+DWORD ViewFlag(REGSAM view)
+{
+    return static_cast<DWORD>(view) << 8;
+}
 
 Lines Enumerate(HKEY root, const std::wstring& key, REGSAM view, bool values)
 {
     Lines names;
-    OpenKey open(root, key, KEY_READ | view);
+    OpenKey open = Open(root, key, KEY_READ | view);
     wchar_t name[1024];
-    for (DWORD i = 0; open != NULL; ++i) {
-        DWORD chars = 1024;
-        LSTATUS status = values ? RegEnumValueW(open, i, name, &chars, NULL, NULL, NULL, NULL)
-                                : RegEnumKeyExW(open, i, name, &chars, NULL, NULL, NULL, NULL);
-        if (status != ERROR_SUCCESS)
+    for (DWORD i = 0, chars = 1024; open != NULL; ++i, chars = 1024) {
+        if ((values ? RegEnumValueW(open.get(), i, name, &chars, NULL, NULL, NULL, NULL)
+                    : RegEnumKeyExW(open.get(), i, name, &chars, NULL, NULL, NULL, NULL)) != ERROR_SUCCESS)
             break;
         names.push_back(name);
     }
@@ -73,37 +73,32 @@ void CreateKey(HKEY root, const std::wstring& key, REGSAM view)
 
 bool KeyExists(HKEY root, const std::wstring& key, REGSAM view)
 {
-    OpenKey open(root, key, KEY_READ | view);
-    return open != NULL;
+    return Open(root, key, KEY_READ | view) != NULL;
 }
 
 bool HasValue(HKEY root, const std::wstring& key, const std::wstring& name, REGSAM view)
 {
-    OpenKey open(root, key, KEY_READ | view);
-    return open != NULL && RegQueryValueExW(open, name.c_str(), NULL, NULL, NULL, NULL) == ERROR_SUCCESS;
+    return RegGetValueW(root, key.c_str(), name.c_str(), RRF_RT_ANY | ViewFlag(view), NULL, NULL, NULL) ==
+           ERROR_SUCCESS;
 }
 
 std::wstring TextOf(HKEY root, const std::wstring& key, const std::wstring& name, REGSAM view)
 {
-    OpenKey open(root, key, KEY_READ | view);
-    wchar_t data[2048];
-    DWORD bytes = sizeof(data) - sizeof(wchar_t);
-    DWORD type = 0;
-    if (open == NULL ||
-        RegQueryValueExW(open, name.c_str(), NULL, &type, reinterpret_cast<BYTE*>(data), &bytes) != ERROR_SUCCESS ||
+    // Zeroed, so that a text stored without its terminator ends all the same.
+    wchar_t data[2048] = L"";
+    DWORD bytes = sizeof(data) - sizeof(wchar_t), type = 0;
+    if (RegGetValueW(root, key.c_str(), name.c_str(), RRF_RT_ANY | RRF_NOEXPAND | ViewFlag(view), &type, data,
+                     &bytes) != ERROR_SUCCESS ||
         (type != REG_SZ && type != REG_EXPAND_SZ))
         return L"<missing>";
-    data[bytes / sizeof(wchar_t)] = L'\0';
     return data;
 }
 
 DWORD DwordOf(HKEY root, const std::wstring& key, const std::wstring& name, REGSAM view)
 {
-    OpenKey open(root, key, KEY_READ | view);
-    DWORD value = 0, bytes = sizeof(value), type = 0;
-    if (open == NULL ||
-        RegQueryValueExW(open, name.c_str(), NULL, &type, reinterpret_cast<BYTE*>(&value), &bytes) != ERROR_SUCCESS ||
-        type != REG_DWORD)
+    DWORD value = 0, bytes = sizeof(value);
+    if (RegGetValueW(root, key.c_str(), name.c_str(), RRF_RT_REG_DWORD | ViewFlag(view), NULL, &value, &bytes) !=
+        ERROR_SUCCESS)
         return kMissingDword;
     return value;
 }
@@ -120,20 +115,14 @@ Lines ValueNamesOf(HKEY root, const std::wstring& key, REGSAM view)
 
 void DeleteRegTree(HKEY root, const std::wstring& key, REGSAM view)
 {
-    {
-        OpenKey open(root, key, KEY_ALL_ACCESS | view);
-        if (open == NULL)
-            return;
-        RegDeleteTreeW(open, NULL);
-    }
+    if (OpenKey open = Open(root, key, KEY_ALL_ACCESS | view))
+        RegDeleteTreeW(open.get(), NULL);
     RegDeleteKeyExW(root, key.c_str(), view, 0);
 }
 
 void MakeFolders(const std::wstring& path)
 {
-    for (size_t at = path.find(L'\\', 3); at != std::wstring::npos; at = path.find(L'\\', at + 1))
-        CreateDirectoryW(path.substr(0, at).c_str(), NULL);
-    CreateDirectoryW(path.c_str(), NULL);
+    SHCreateDirectoryExW(NULL, path.c_str(), NULL);
 }
 
 void MakeFile(const std::wstring& path, const std::string& content, DWORD attributes)
@@ -153,8 +142,8 @@ std::wstring PendingRenames()
 {
     std::wstring data(8192, L'\0');
     DWORD bytes = static_cast<DWORD>(data.size() * sizeof(wchar_t));
-    if (RegGetValueW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Control\\Session Manager",
-                     L"PendingFileRenameOperations", RRF_RT_REG_MULTI_SZ, NULL, &data[0], &bytes) != ERROR_SUCCESS)
+    if (RegGetValueW(HKEY_LOCAL_MACHINE, kSessionManager, L"PendingFileRenameOperations", RRF_RT_REG_MULTI_SZ, NULL,
+                     &data[0], &bytes) != ERROR_SUCCESS)
         return std::wstring();
     data.resize(bytes / sizeof(wchar_t));
     return data;

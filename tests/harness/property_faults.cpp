@@ -4,14 +4,12 @@
 #include "harness/harness.h"
 
 #include <algorithm>
-#include <stdexcept>
 
 namespace harness {
 
 namespace {
 
-typedef UINT(WINAPI* SetPropertyFn)(MSIHANDLE, LPCWSTR, LPCWSTR);
-
+// One set of refusals at a time.
 std::vector<std::wstring> g_refusedNames;
 
 UINT WINAPI FilteredSetProperty(MSIHANDLE session, LPCWSTR name, LPCWSTR value)
@@ -21,20 +19,12 @@ UINT WINAPI FilteredSetProperty(MSIHANDLE session, LPCWSTR name, LPCWSTR value)
     return MsiSetPropertyW(session, name, value);
 }
 
-bool Activate(std::initializer_list<std::wstring> names)
-{
-    if (!g_refusedNames.empty())
-        throw std::logic_error("RefusedPropertySets can't be nested");
-    g_refusedNames.assign(names.begin(), names.end());
-    return true;
-}
-
 }  // namespace
 
 RefusedPropertySets::RefusedPropertySets(std::initializer_list<std::wstring> names)
-    : active_(Activate(names)),
-      patch_(TesselDll(), "msi.dll", "MsiSetPropertyW", reinterpret_cast<void*>(FilteredSetProperty))
+    : patch_(TesselDll(), "msi.dll", "MsiSetPropertyW", reinterpret_cast<void*>(FilteredSetProperty))
 {
+    g_refusedNames.assign(names.begin(), names.end());
 }
 
 RefusedPropertySets::~RefusedPropertySets()

@@ -10,24 +10,18 @@ namespace {
 
 DWORD NumberFromEnvironment(const wchar_t* name)
 {
-    wchar_t value[32];
-    DWORD length = GetEnvironmentVariableW(name, value, 32);
-    return (length > 0 && length < 32) ? static_cast<DWORD>(wcstoul(value, NULL, 10)) : 0;
+    const wchar_t* value = _wgetenv(name);
+    return value ? wcstoul(value, NULL, 10) : 0;
 }
 
 }  // namespace
 
 int wmain()
 {
-    wchar_t path[MAX_PATH];
-    DWORD length = GetEnvironmentVariableW(L"RECORDER_FILE", path, MAX_PATH);
-    std::wstring recordPath;
-    if (length > 0 && length < MAX_PATH) {
-        recordPath.assign(path, length);
-    } else {
-        length = GetModuleFileNameW(NULL, path, MAX_PATH);
-        recordPath = std::wstring(path, length) + L".cmdline";
-    }
+    wchar_t self[MAX_PATH];
+    GetModuleFileNameW(NULL, self, MAX_PATH);
+    const wchar_t* file = _wgetenv(L"RECORDER_FILE");
+    const std::wstring recordPath = file ? std::wstring(file) : std::wstring(self) + L".cmdline";
 
     const wchar_t* commandLine = GetCommandLineW();
     int bytes = WideCharToMultiByte(CP_UTF8, 0, commandLine, -1, NULL, 0, NULL, NULL);
@@ -36,18 +30,16 @@ int wmain()
     line += '\n';
 
     // Retry while another copy holds the file: runs may overlap.
-    for (int attempt = 0; attempt < 200; ++attempt) {
-        HANDLE file = CreateFileW(recordPath.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ, NULL, OPEN_ALWAYS,
-                                  FILE_ATTRIBUTE_NORMAL, NULL);
-        if (file != INVALID_HANDLE_VALUE) {
+    for (int attempt = 0; attempt < 200; ++attempt, Sleep(10)) {
+        HANDLE record = CreateFileW(recordPath.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ, NULL, OPEN_ALWAYS,
+                                    FILE_ATTRIBUTE_NORMAL, NULL);
+        if (record != INVALID_HANDLE_VALUE) {
             DWORD written = 0;
-            WriteFile(file, line.data(), static_cast<DWORD>(line.size()), &written, NULL);
-            CloseHandle(file);
+            WriteFile(record, line.data(), static_cast<DWORD>(line.size()), &written, NULL);
+            CloseHandle(record);
             break;
         }
-        Sleep(10);
     }
-
     Sleep(NumberFromEnvironment(L"RECORDER_DELAY_MS"));
     return static_cast<int>(NumberFromEnvironment(L"RECORDER_EXIT_CODE"));
 }

@@ -1,8 +1,6 @@
 // Running child programs and the recording program's side of the harness.
 #include "harness/harness.h"
 
-#include <shlobj.h>
-
 #include <stdexcept>
 
 namespace harness {
@@ -25,28 +23,18 @@ DWORD RunToExit(const std::wstring& commandLine, DWORD timeoutMs)
     return exitCode;
 }
 
-namespace {
-
-std::wstring RecordFileFor(const std::wstring& programPath)
-{
-    return programPath + L".cmdline";
-}
-
-}  // namespace
-
 void InstallRecorder(const std::wstring& targetPath)
 {
-    std::wstring folder = targetPath.substr(0, targetPath.find_last_of(L'\\'));
-    SHCreateDirectoryExW(NULL, folder.c_str(), NULL);
+    MakeFolders(targetPath.substr(0, targetPath.find_last_of(L'\\')));
     if (!CopyFileW((ProgramFolder() + L"recorder.exe").c_str(), targetPath.c_str(), FALSE))
         throw std::runtime_error("the recording program could not be copied");
-    DeleteFileW(RecordFileFor(targetPath).c_str());
+    DeleteFileW((targetPath + L".cmdline").c_str());
 }
 
 std::vector<std::wstring> RecordedCommandLines(const std::wstring& programPath)
 {
     // One UTF-8 line per run.
-    const std::string bytes = ReadFileBytes(RecordFileFor(programPath));
+    const std::string bytes = ReadFileBytes(programPath + L".cmdline");
     std::vector<std::wstring> lines;
     for (size_t start = 0, end; bytes != "<missing>" && (end = bytes.find('\n', start)) != std::string::npos;
          start = end + 1) {

@@ -58,17 +58,12 @@ void WriteSummary(MSIHANDLE database)
 
 std::wstring TempPackagePath()
 {
-    wchar_t folder[MAX_PATH];
-    wchar_t path[MAX_PATH];
+    wchar_t folder[MAX_PATH], path[MAX_PATH];
     GetTempPathW(MAX_PATH, folder);
     GetTempFileNameW(folder, L"tca", 0, path);
     DeleteFileW(path);
     return path;
 }
-
-}  // namespace
-
-namespace {
 
 // Sessions alive, oldest first, and those being opened or called, innermost last.
 std::vector<Session*> g_live;
@@ -144,15 +139,9 @@ UINT Session::Call(const char* exportName)
 
 std::wstring Session::Property(const std::wstring& name) const
 {
-    DWORD count = 0;
-    wchar_t empty[1] = L"";
-    UINT result = MsiGetPropertyW(handle_, name.c_str(), empty, &count);
-    if (result != ERROR_MORE_DATA)
-        return std::wstring();
-    std::wstring value(count + 1, L'\0');
-    count += 1;
-    Check(MsiGetPropertyW(handle_, name.c_str(), &value[0], &count), "MsiGetPropertyW");
-    value.resize(count);
+    wchar_t value[4096] = L"";
+    DWORD count = 4096;
+    Check(MsiGetPropertyW(handle_, name.c_str(), value, &count), "MsiGetPropertyW");
     return value;
 }
 
