@@ -25,12 +25,6 @@ TEST(ErrorCatalogue, Holds201UniquelyNamedCodes)
     };
     EXPECT_EQ(L"0 ERROR_NONE No Error", row(0));
     EXPECT_EQ(L"3 IM_ERROR_DLM_NOT_INITIALIZED Install Manager: Failed to initialize Download Managerr", row(21));
-    EXPECT_EQ(L"3 IM_ERROR_INTERNETLOST Download Failed, please check internet connection.", row(169));
-    EXPECT_EQ(L"0 PM_ERROR_MSI_REBOOT_REQUIRED Package Manager Install reboot required.", row(49));
-    EXPECT_EQ(L"3 CONFIG_ERROR_FAILED_SAVED Failed to save configuration settings", row(165));
-    EXPECT_EQ(L"2 IM_ERROR_UPTODATE Components are already installed. For new updates, check "
-              L"https://www.orvel.com/support.",
-              row(191));
     EXPECT_EQ(L"1 ERROR_UNKNOWN Unknown Error", row(1607));
     // The one text that breaks a line.
     EXPECT_EQ(L"2 IM_BLOCK_RAIDUPGRADE Previously installed RAID driver is not compatible with new RAID driver, "
