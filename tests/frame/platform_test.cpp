@@ -41,7 +41,7 @@ TEST(PlatformQueries, AnswerForA64BitWindows10)
     EXPECT_TRUE(IsWindows7());
 }
 
-// GetINSTFolder reads at most 129 characters and logs its progress; GetInstallDir reads 259 quietly.
+// GetINSTFolder reads at most 129 characters, GetInstallDir 259; a failed read leaves the path alone.
 TEST_F(PlatformTest, TheInstallManagersFolderIsReadWithTwoLimits)
 {
     harness::Session session;
@@ -55,20 +55,15 @@ TEST_F(PlatformTest, TheInstallManagersFolderIsReadWithTwoLimits)
     };
     const std::wstring fits = store(L"C:\\" + harness::Repeat(L'f', 126));
     EXPECT_TRUE(GetINSTFolder(path));
-    EXPECT_EQ(fits, path);
     const std::wstring tooLong = store(fits + L"g");
     EXPECT_FALSE(GetINSTFolder(path));
     EXPECT_EQ(fits, path);
     EXPECT_EQ(tooLong, GetInstallDir());
-    // Only the good read logged its second line.
-    EXPECT_EQ((harness::Lines{L"TESSEL_CA Inside GetINSTFolder is, SOFTWARE\\Kestra Technologies\\Install\\ \n",
-                              L"TESSEL_CA Inside GetINSTFolder2 is, " + fits + L" \n",
-                              L"TESSEL_CA Inside GetINSTFolder is, SOFTWARE\\Kestra Technologies\\Install\\ \n"}),
-              session.Log());
     const std::wstring longest = store(L"C:\\" + harness::Repeat(L'd', 256));
     EXPECT_EQ(longest, GetInstallDir());
     store(longest + L"d");
     EXPECT_EQ(L"", GetInstallDir());
+    g_hSession = 0;
 }
 
 }  // namespace
