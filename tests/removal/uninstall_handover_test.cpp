@@ -2,192 +2,147 @@
 // sessions, with the recording program standing in for the install manager.
 #include "removal/area.h"
 
-#include <gmock/gmock.h>
-
-#include <atomic>
 #include <thread>
 
-using harness::InstallRecorder;
+using harness::Lines;
 using harness::RecordedCommandLines;
 using harness::Session;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 namespace {
 
-const wchar_t kInstallManagerKey[] = L"SOFTWARE\\Kestra Technologies\\Install\\Kestra Quillon Install Manager";
-const wchar_t kUnattendedSwitches[] =
-    L"/IGNORE_UPGRADE /FORCE_HIDE_FIRST_RUN /UNATTENDED_UNINSTALL /AUTOACCEPT_ALL /FORCE_CLOSE_WHEN_DONE "
-    L"/ON_REBOOT_MESSAGE:NO";
+const wchar_t kManagerKey[] = L"SOFTWARE\\Kestra Technologies\\Install\\Kestra Quillon Install Manager";
 const wchar_t kNoDialog[] = L"Unable to show/hide MSI uninstall window";
+// A blank in the folder, so that the quoting shows.
+const std::wstring kManager = std::wstring(harness::kScratchFolder) + L"Quillon Manager\\BIN64\\InstallManagerApp.exe";
+const std::wstring kQuoted = L"\"" + kManager + L"\"";
+const DWORD kUntouched = 7;  // UninstallMode before each run
 
 struct Action {
     const char* name;
     const wchar_t* switches;
-    DWORD mode;          // UninstallMode afterwards; kUntouched when left alone
+    DWORD mode;             // UninstallMode afterwards
     const wchar_t* reboot;  // REBOOT afterwards, with Ferrule_Reboot "yes"
     UINT failure;
 };
-
-const DWORD kUntouched = 7;  // set before each run; the actions that set no mode leave it
-
+const wchar_t kUnattended[] = L"/IGNORE_UPGRADE /FORCE_HIDE_FIRST_RUN /UNATTENDED_UNINSTALL /AUTOACCEPT_ALL "
+                              L"/FORCE_CLOSE_WHEN_DONE /ON_REBOOT_MESSAGE:NO";
 const Action kActions[] = {
-    {"LaunchApp_UinstallAll", kUnattendedSwitches, 3, L"F", 1603},
-    {"LaunchApp_UinstallCurrent", kUnattendedSwitches, 1, L"F", 1603},
+    {"LaunchApp_UinstallAll", kUnattended, 3, L"F", 1603},
+    {"LaunchApp_UinstallCurrent", kUnattended, 1, L"F", 1603},
     {"LaunchApp_UinstallComp", L"/UNINSTALL /IGNORE_UPGRADE /ON_REBOOT_MESSAGE:NO", kUntouched, L"F", 1603},
     {"LaunchApp_Update", L"/UPDATE", kUntouched, L"", 1627},
 };
 
-void WriteUninstallMode(DWORD value)
-{
-    harness::SetDword(HKEY_CURRENT_USER, L"SOFTWARE\\Orvel", L"UninstallMode", value);
-}
-
-DWORD ReadUninstallMode()
+DWORD UninstallMode()
 {
     return harness::DwordOf(HKEY_CURRENT_USER, L"SOFTWARE\\Orvel", L"UninstallMode");
 }
 
-LRESULT CALLBACK DialogProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam)
-{
-    return DefWindowProcW(window, message, wParam, lParam);
-}
-
 // A visible, not topmost, stand-in for the installer's progress dialog.
-class InstallerDialog {
-public:
+struct InstallerDialog {
     InstallerDialog()
     {
         WNDCLASSW windowClass = {};
-        windowClass.lpfnWndProc = DialogProc;
-        windowClass.hInstance = GetModuleHandleW(NULL);
+        windowClass.lpfnWndProc = DefWindowProcW;
         windowClass.lpszClassName = L"MsiDialogCloseClass";
         RegisterClassW(&windowClass);  // already there from an earlier test: fine
-        window_ = CreateWindowExW(0, L"MsiDialogCloseClass", L"Suite Setup", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 10,
-                                  10, 300, 200, NULL, NULL, GetModuleHandleW(NULL), NULL);
+        window = CreateWindowExW(0, windowClass.lpszClassName, L"Setup", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 10, 10, 300,
+                                 200, NULL, NULL, NULL, NULL);
     }
-    ~InstallerDialog() { DestroyWindow(window_); }
-    InstallerDialog(const InstallerDialog&) = delete;
-    InstallerDialog& operator=(const InstallerDialog&) = delete;
-
-    HWND handle() const { return window_; }
-    bool Visible() const { return IsWindowVisible(window_) != FALSE; }
-    bool Topmost() const { return (GetWindowLongW(window_, GWL_EXSTYLE) & WS_EX_TOPMOST) != 0; }
-
-private:
-    HWND window_;
+    ~InstallerDialog() { DestroyWindow(window); }
+    // "visible topmost", "hidden", ...
+    std::string State() const
+    {
+        return std::string(IsWindowVisible(window) ? "visible" : "hidden") +
+               ((GetWindowLongW(window, GWL_EXSTYLE) & WS_EX_TOPMOST) ? " topmost" : "");
+    }
+    HWND window;
 };
 
 class HandoverTest : public harness::ActionTest {
 protected:
     HandoverTest() : ActionTest(RemovalArea()) {}
-
-protected:
-    void SetUp() override
-    {
-        ActionTest::SetUp();
-        // A blank in the folder, so that the quoting shows.
-        folder_ = std::wstring(harness::kScratchFolder) + L"Quillon Manager\\";
-        manager_ = folder_ + L"BIN64\\InstallManagerApp.exe";
-    }
     void TearDown() override
     {
         SetEnvironmentVariableW(L"RECORDER_DELAY_MS", NULL);
         ActionTest::TearDown();
     }
-
-    void InstallManager(const wchar_t* ferruleReboot = L"no")
+    // Runs each action with UninstallMode at kUntouched; `check` sees the session and the recorded lines.
+    void EachAction(std::function<void(const Action&, Session&, const Lines&)> check)
     {
-        harness::SetText(HKEY_LOCAL_MACHINE, kInstallManagerKey, L"InstallDir", folder_);
-        harness::SetText(HKEY_LOCAL_MACHINE, kInstallManagerKey, L"Ferrule_Reboot", ferruleReboot);
-        InstallRecorder(manager_);
+        for (const Action& action : kActions) {
+            SCOPED_TRACE(action.name);
+            harness::SetDword(HKEY_CURRENT_USER, L"SOFTWARE\\Orvel", L"UninstallMode", kUntouched);
+            DeleteFileW((kManager + L".cmdline").c_str());
+            Session session;
+            const UINT result = session.Call(action.name);
+            check(action, session, RecordedCommandLines(kManager));
+            EXPECT_EQ(result, Ran(kManager) ? 0u : action.failure);
+        }
     }
-
-    std::wstring Command(const std::wstring& switches) const { return L"\"" + manager_ + L"\" " + switches; }
-
-    std::wstring folder_;
-    std::wstring manager_;
+    static bool Ran(const std::wstring& program) { return harness::Exists(program + L".cmdline"); }
+    void InstallManager()
+    {
+        const std::wstring folder = kManager.substr(0, kManager.find(L"BIN64"));
+        harness::SetText(HKEY_LOCAL_MACHINE, kManagerKey, L"InstallDir", folder);
+        harness::SetText(HKEY_LOCAL_MACHINE, kManagerKey, L"Ferrule_Reboot", L"yes");
+        harness::InstallRecorder(kManager);
+    }
 };
 
+// A silent installation has no dialog: both attempts say so, around the launcher's lines.
 TEST_F(HandoverTest, EachActionRunsTheInstallManagerWithItsSwitchesModeAndReboot)
 {
-    InstallManager(L"yes");
-    for (const Action& action : kActions) {
-        SCOPED_TRACE(action.name);
-        WriteUninstallMode(kUntouched);
-        InstallRecorder(manager_);
-        Session session;
-        EXPECT_EQ(0u, session.Call(action.name));
-        EXPECT_THAT(RecordedCommandLines(manager_), ElementsAre(Command(action.switches)));
-        EXPECT_EQ(action.mode, ReadUninstallMode());
+    InstallManager();
+    EachAction([](const Action& action, Session& session, const Lines& recorded) {
+        EXPECT_EQ(Lines{kQuoted + L" " + action.switches}, recorded);
+        EXPECT_EQ(action.mode, UninstallMode());
         EXPECT_EQ(action.reboot, session.Property(L"REBOOT"));
-        // A silent installation has no dialog: both attempts say so, around the launcher's lines.
-        const std::vector<std::wstring> log = session.Log();
+        const Lines log = session.Log();
         EXPECT_EQ(5u, log.size());
-        EXPECT_EQ(std::make_pair(std::wstring(kNoDialog), std::wstring(kNoDialog)), std::make_pair(log.front(), log.back()));
-    }
+        EXPECT_EQ(kNoDialog + std::wstring(L"|") + kNoDialog, log.front() + L"|" + log.back());
+    });
 }
 
+// Hidden while the install manager runs (and after the mode is written), back on top after.
 TEST_F(HandoverTest, TheDialogIsHiddenWhileTheInstallManagerRunsAndComesBackTopmost)
 {
     InstallManager();
     InstallerDialog dialog;
-    ASSERT_NE(nullptr, dialog.handle());
-    ASSERT_TRUE(dialog.Visible());
-    ASSERT_FALSE(dialog.Topmost());
     SetEnvironmentVariableW(L"RECORDER_DELAY_MS", L"700");
-
-    // Looks once the install manager has written its record, while it waits.
-    std::atomic<int> visibleDuringRun(-1);
-    std::atomic<DWORD> modeDuringRun(0);
-    Session session;
-    harness::ActionFn action = harness::Export("LaunchApp_UinstallAll");
+    std::string during;
+    DWORD modeDuring = 0;
     std::thread watcher([&] {
-        for (int i = 0; i < 500 && RecordedCommandLines(manager_).empty(); ++i)
+        for (int i = 0; i < 500 && !Ran(kManager); ++i)
             Sleep(10);
-        if (RecordedCommandLines(manager_).empty())
-            return;
-        visibleDuringRun = IsWindowVisible(dialog.handle()) ? 1 : 0;
-        modeDuringRun = ReadUninstallMode();
+        during = dialog.State();
+        modeDuring = UninstallMode();
     });
-    DWORD start = GetTickCount();
-    UINT result = action(session.handle());
-    DWORD elapsed = GetTickCount() - start;
+    Session session;
+    EXPECT_EQ(0u, session.Call("LaunchApp_UinstallAll"));
     watcher.join();
-
-    EXPECT_EQ(0u, result);
-    EXPECT_GE(elapsed, 650u);  // it waited for the install manager
-    EXPECT_EQ(0, visibleDuringRun.load());
-    EXPECT_EQ(3u, modeDuringRun.load());  // written before the start
-    EXPECT_TRUE(dialog.Visible());
-    EXPECT_TRUE(dialog.Topmost());
+    EXPECT_EQ("hidden", during);
+    EXPECT_EQ(3u, modeDuring);
+    EXPECT_EQ("visible topmost", dialog.State());
     EXPECT_EQ(3u, session.Log().size());  // the launcher's alone
 }
 
+// No folder, or one of 130 characters, too long for the 260 bytes read: nothing starts, nothing is said.
 TEST_F(HandoverTest, WithoutTheInstallManagersFolderNothingStartsAndTheFailureCodeIsReturned)
 {
     InstallerDialog dialog;
-    ASSERT_NE(nullptr, dialog.handle());
-
-    // No key at all.
-    for (const Action& action : kActions) {
-        SCOPED_TRACE(action.name);
-        Session session;
-        EXPECT_EQ(action.failure, session.Call(action.name));
-        EXPECT_THAT(session.Log(), IsEmpty());
+    EachAction([](const Action&, Session& session, const Lines&) {
+        EXPECT_EQ(Lines(), session.Log());
         EXPECT_EQ(L"", session.Property(L"REBOOT"));
-    }
-    // A folder of 130 characters doesn't fit the 260 bytes read: no launch is even tried.
-    std::wstring longFolder = std::wstring(harness::kScratchFolder) + harness::Repeat(L'q', 111) + L"\\";
-    ASSERT_EQ(130u, longFolder.size());
-    harness::SetText(HKEY_LOCAL_MACHINE, kInstallManagerKey, L"InstallDir", longFolder);
+    });
+    const std::wstring longFolder = harness::kScratchFolder + harness::Repeat(L'q', 111) + L"\\";
+    harness::SetText(HKEY_LOCAL_MACHINE, kManagerKey, L"InstallDir", longFolder);
+    harness::InstallRecorder(longFolder + L"BIN64\\InstallManagerApp.exe");
     Session session;
     EXPECT_EQ(1627u, session.Call("LaunchApp_Update"));
-    EXPECT_THAT(session.Log(), IsEmpty());
-
-    // The dialog was never touched.
-    EXPECT_TRUE(dialog.Visible());
-    EXPECT_FALSE(dialog.Topmost());
+    EXPECT_EQ(Lines(), session.Log());
+    EXPECT_FALSE(Ran(longFolder + L"BIN64\\InstallManagerApp.exe"));
+    EXPECT_EQ("visible", dialog.State());
 }
 
 BOOL WINAPI RefuseCreateProcess(LPCWSTR, LPWSTR, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL, DWORD, LPVOID,
@@ -203,40 +158,30 @@ BOOL WINAPI RefuseShellExecute(SHELLEXECUTEINFOW* info)
     return FALSE;
 }
 
+// The shell is the second try, handed the file with its quotes; when both fail the reboot flag is applied
+// and the dialog brought back all the same.
 TEST_F(HandoverTest, AFailedSecuredLaunchFallsBackToTheShell)
 {
-    InstallManager(L"yes");
+    InstallManager();
     InstallerDialog dialog;
-    ASSERT_NE(nullptr, dialog.handle());
     harness::ImportPatch noCreateProcess(harness::TesselDll(), "kernel32.dll", "CreateProcessW",
                                          reinterpret_cast<void*>(RefuseCreateProcess));
-    const std::wstring quotedFile = L"\"" + manager_ + L"\"";
     {
         Session session;
         EXPECT_EQ(0u, session.Call("LaunchApp_Update"));
-        // The shell is handed the file with its quotes and the switches apart.
-        EXPECT_THAT(RecordedCommandLines(manager_), ElementsAre(quotedFile + L" /UPDATE"));
+        EXPECT_EQ(Lines{kQuoted + L" /UPDATE"}, RecordedCommandLines(kManager));
         EXPECT_EQ(4u, session.Log().size());
-        EXPECT_TRUE(dialog.Visible());
-        EXPECT_TRUE(dialog.Topmost());
     }
-
-    // Both launches failed: the failure code, yet the reboot flag is applied
-    // and the dialog brought back.
     harness::ImportPatch noShell(harness::TesselDll(), "shell32.dll", "ShellExecuteExW",
                                  reinterpret_cast<void*>(RefuseShellExecute));
-    SetWindowPos(dialog.handle(), HWND_NOTOPMOST, 0, 0, 0, 0, SWP_NOSIZE | SWP_NOMOVE);
-    ASSERT_FALSE(dialog.Topmost());
-    for (const Action& action : kActions) {
-        SCOPED_TRACE(action.name);
-        Session session;
-        EXPECT_EQ(action.failure, session.Call(action.name));
+    SetWindowPos(dialog.window, HWND_NOTOPMOST, 0, 0, 0, 0, SWP_NOSIZE | SWP_NOMOVE);
+    DeleteFileW((kManager + L".cmdline").c_str());
+    EachAction([](const Action& action, Session& session, const Lines& recorded) {
+        EXPECT_EQ(Lines(), recorded);
         EXPECT_EQ(action.reboot, session.Property(L"REBOOT"));
         EXPECT_EQ(L"Tessel_CA failed to launch the following: Access denied.", session.Log().back());
-    }
-    EXPECT_THAT(RecordedCommandLines(manager_), ElementsAre(quotedFile + L" /UPDATE"));
-    EXPECT_TRUE(dialog.Visible());
-    EXPECT_TRUE(dialog.Topmost());
+    });
+    EXPECT_EQ("visible topmost", dialog.State());
 }
 
 }  // namespace
