@@ -15,7 +15,6 @@ using harness::MakeFile;
 using harness::MakeFolders;
 using harness::Repeat;
 using harness::Session;
-using ::testing::Matcher;
 
 namespace {
 
@@ -37,56 +36,13 @@ std::wstring T4(const std::wstring& path)
 {
     return L"TESSEL_CA Directory, " + path + L", DNE or is not empty and will not be deleted.\n";
 }
+std::wstring Deleted(const std::wstring& path) { return L"TESSEL_CA successfully deleted directory, " + path + L" \n"; }
+std::wstring Recursive(const std::wstring& path, const wchar_t* outcome)
+{
+    return L"TESSEL_CA Delete directory - removeDirRecursive" + std::wstring(outcome) + L", " + path + L" \n";
+}
 const std::wstring kCouldNotGet = L"TESSEL_CA Could not get INSTALLDIR  \n";
-
-// DeleteFolder's log, block by block; a failed delete's text is the system's own.
-class Log {
-public:
-    Log& operator<<(const std::wstring& line) { return lines_.push_back(line), *this; }
-    Log& Deleted(const std::wstring& path)
-    {
-        return *this << L"TESSEL_CA DeleteDirectory attempting to delete " + path + L" \n"
-                     << L"TESSEL_CA DeleteDirectory " + path + L": no errors using SHFileOperation.  \n";
-    }
-    Log& NotDeleted(const std::wstring& path)
-    {
-        *this << L"TESSEL_CA DeleteDirectory attempting to delete " + path + L" \n";
-        return lines_.push_back(::testing::StartsWith(L"TESSEL_CA DeleteDirectory " + path + L" Error: ")), *this;
-    }
-    Log& Reported(const std::wstring& path, bool deleted, const std::wstring& shown)
-    {
-        if (deleted)
-            return Deleted(path) << L"TESSEL_CA successfully deleted directory, " + shown + L" \n";
-        return NotDeleted(path) << L"TESSEL_CA Could not delete directory, " + shown + L" \n";
-    }
-    Log& Recursive(const std::wstring& path, bool removed)
-    {
-        return *this << L"TESSEL_CA Delete directory - removeDirRecursive, " + path + L" \n"
-                     << L"TESSEL_CA Delete directory - removeDirRecursive " + std::wstring(removed ? L"Successful" : L"Failed") +
-                            L", " + path + L" \n";
-    }
-    // No CustomActionData, both shared parents kept, the marker looked for in the install manager's key.
-    Log& FirstSteps(bool commonFilesDeleted, bool keyThere = true)
-    {
-        *this << L"TESSEL_CA DeleteFolder:  \n";
-        NotDeleted(L"") << L"TESSEL_CA Could not delete INSTALLDIR  \n" << T4(kOrvel) << T4(kKestra);
-        Reported(kCommonKestra, commonFilesDeleted, kCommonKestra) << L"TESSEL_CA Inside IsFilterDrvFolderExists \n";
-        return keyThere ? *this << L"TESSEL_CA Inside IsFilterDrvFolderExists - RegKey Opened\n" : *this;
-    }
-    Log& InstFolder(const std::wstring& installDir)
-    {
-        return *this << L"TESSEL_CA Inside GetINSTFolder is, SOFTWARE\\Kestra Technologies\\Install\\ \n"
-                     << L"TESSEL_CA Inside GetINSTFolder2 is, " + installDir + L" \n"
-                     << L"TESSEL_CA Delete directory - szModifiedInstPath is:, " + installDir + L"\\ \n";
-    }
-    std::function<void(Session&)> Is() const
-    {
-        return [lines = lines_](Session& session) { EXPECT_THAT(session.Log(), ::testing::ElementsAreArray(lines)); };
-    }
-
-private:
-    std::vector<Matcher<std::wstring>> lines_;
-};
+const std::wstring kInstFolder = L"TESSEL_CA Inside GetINSTFolder is, SOFTWARE\\Kestra Technologies\\Install\\ \n";
 
 // Checks which paths are there and which are gone after the action, and then `more`.
 std::function<void(Session&)> After(Lines there, Lines gone, std::function<void(Session&)> more = nullptr)
@@ -101,6 +57,16 @@ std::function<void(Session&)> After(Lines there, Lines gone, std::function<void(
     };
 }
 
+// The action's own lines: the file toolkit's are its tests' business.
+Lines OwnLines(const Session& session)
+{
+    Lines own;
+    for (const std::wstring& line : session.Log())
+        if (line.compare(0, 26, L"TESSEL_CA DeleteDirectory ") != 0)
+            own.push_back(line);
+    return own;
+}
+
 class FolderRemovalTest : public harness::ActionTest {
 protected:
     FolderRemovalTest() : ActionTest(RemovalArea()) {}
@@ -111,21 +77,19 @@ protected:
 TEST_F(FolderRemovalTest, DeleteFolderRunsEveryStepAndAnswersWithTheLastDelete)
 {
     const std::wstring package = kScratch + L"Package\\";
-    const std::wstring orvelSuite = kOrvel + L"\\Suite";
+    const std::wstring orvelSuite = kOrvel + L"\\Suite", suiteFolder = orvelSuite + L"\\";
     const std::wstring kestraSuite = kKestra + L"Suite";
-    Log nothing;  // A missing property reads as empty, and the shell refuses an empty list.
-    nothing.FirstSteps(false, false).Recursive(L"", false) << T4(kKestra);
-    // The install folder goes, then the emptied Orvel folder, announced with the install folder's name; the
-    // install folder's second delete then fails.
-    Log installed;
-    installed.FirstSteps(true).Recursive(kFerrule, true).InstFolder(orvelSuite)
-        << L"TESSEL_CA Before Delete directory and szModifiedInstPath, " + orvelSuite + L"\\ \n";
-    installed.Reported(orvelSuite + L"\\", true, orvelSuite + L"\\") << T1(orvelSuite + L"\\");
-    installed.Reported(kOrvel, true, kOrvel).Reported(orvelSuite + L"\\", false, kKestra);
-    // On the marker the driver's folder goes; without FerruleInstallDir the text still names it.
-    Log filter;
-    filter.FirstSteps(false) << L"TESSEL_CA IsFilterDrvFolderExists - Ferrule_Reboot Flag: , YES \n";
-    filter.Recursive(kFilterDrv, true).Recursive(kFilterDrv, false).InstFolder(kestraSuite) << T4(kOrvel) << T4(kKestra);
+    // No CustomActionData: the empty folder can't go. The install folder under Orvel goes, then the emptied
+    // Orvel folder, announced with the install folder's name; the install folder's second delete then fails.
+    const Lines everyStep = {L"TESSEL_CA DeleteFolder:  \n", L"TESSEL_CA Could not delete INSTALLDIR  \n", T4(kOrvel),
+                             T4(kKestra), Deleted(kCommonKestra), L"TESSEL_CA Inside IsFilterDrvFolderExists \n",
+                             L"TESSEL_CA Inside IsFilterDrvFolderExists - RegKey Opened\n", Recursive(kFerrule, L""),
+                             Recursive(kFerrule, L" Successful"), kInstFolder,
+                             L"TESSEL_CA Inside GetINSTFolder2 is, " + orvelSuite + L" \n",
+                             L"TESSEL_CA Delete directory - szModifiedInstPath is:, " + suiteFolder + L" \n",
+                             L"TESSEL_CA Before Delete directory and szModifiedInstPath, " + suiteFolder + L" \n",
+                             Deleted(suiteFolder), T1(suiteFolder), Deleted(kOrvel),
+                             L"TESSEL_CA Could not delete directory, " + kKestra + L" \n"};
     auto suite = [](const std::wstring& installDir, const std::wstring& file) {
         return [=] {
             if (!installDir.empty())
@@ -137,7 +101,15 @@ TEST_F(FolderRemovalTest, DeleteFolderRunsEveryStepAndAnswersWithTheLastDelete)
     };
     const harness::Rows handedOn = {{L"CustomActionData", package}};
     RunCases({
-        {"nothing there", "DeleteFolder", {}, nullptr, 1603, {}, nothing.Is()},
+        {"install folder under Orvel", "DeleteFolder", {},
+         [&] {
+             suite(orvelSuite, kCommonKestra + L"Shared\\common.dll")();
+             MakeFolders(orvelSuite + L"\\Config");
+         },
+         1603, {}, After({}, {kOrvel}, [&](Session& session) { EXPECT_EQ(everyStep, OwnLines(session)); })},
+        // A missing property reads as empty, and the shell refuses an empty list.
+        {"nothing there", "DeleteFolder", {}, nullptr, 1603,
+         Includes({L"TESSEL_CA DeleteFolder:  \n", Recursive(L"", L" Failed"), T4(kKestra)}), nullptr},
         {"unreadable data", "DeleteFolder", {{L"CustomActionData", L"C:\\" + Repeat(L'd', 260)}}, nullptr, 1603,
          Includes({kCouldNotGet, T4(kOrvel)}), nullptr},
         {"Orvel holds empty folders", "DeleteFolder", handedOn,
@@ -146,22 +118,16 @@ TEST_F(FolderRemovalTest, DeleteFolderRunsEveryStepAndAnswersWithTheLastDelete)
              MakeFolders(kOrvel + L"\\Halyard\\Profiles");
              MakeFolders(kCommonKestra + L"Shared");
          },
-         0, Includes({L"TESSEL_CA DeleteFolder: " + package + L" \n", T1(kOrvel)}), After({}, {package, kOrvel, kCommonKestra})},
+         0, Includes({L"TESSEL_CA DeleteFolder: " + package + L" \n", T1(kOrvel)}),
+         After({}, {package, kOrvel, kCommonKestra})},
         {"Orvel holds a file", "DeleteFolder", handedOn, [&] { MakeFile(kOrvel + L"\\Halyard\\user.xml"); }, 1603,
          Includes({T4(kOrvel)}), After({kOrvel + L"\\Halyard\\user.xml"}, {})},
-        {"install folder under Orvel", "DeleteFolder", {},
-         [&] {
-             suite(orvelSuite, kCommonKestra + L"Shared\\common.dll")();
-             MakeFolders(orvelSuite + L"\\Config");
-         },
-         1603, {},
-         After({}, {kOrvel}, installed.Is())},
         {"install folder with files", "DeleteFolder", {}, suite(kestraSuite, kestraSuite + L"\\Suite.exe"), 0,
-         Includes({T4(kOrvel), T1(kestraSuite + L"\\"), L"TESSEL_CA successfully deleted directory, " + kKestra + L" \n"}),
-         After({kKestra}, {kestraSuite})},
+         Includes({T4(kOrvel), T1(kestraSuite + L"\\"), Deleted(kKestra)}), After({kKestra}, {kestraSuite})},
         {"no InstallDir", "DeleteFolder", {}, suite(L"", kOrvel + L"\\Halyard\\Halyard.exe"), 1603,
-         Includes({L"TESSEL_CA Inside GetINSTFolder is, SOFTWARE\\Kestra Technologies\\Install\\ \n", T4(kKestra)}),
-         After({kOrvel + L"\\Halyard\\Halyard.exe"}, {kFerrule})},
+         Includes({kInstFolder, T4(kKestra)}), After({kOrvel + L"\\Halyard\\Halyard.exe"}, {kFerrule})},
+        // On the marker the driver's folder goes; without FerruleInstallDir the next step names it again. The
+        // marker stays.
         {"filter driver marker", "DeleteFolder", {},
          [&] {
              SetInstallValue(L"InstallDir", kestraSuite);
@@ -170,8 +136,10 @@ TEST_F(FolderRemovalTest, DeleteFolderRunsEveryStepAndAnswersWithTheLastDelete)
              MakeFile(kFilterDrv + L"\\OrvelFilter.sys");
              MakeFile(kOrvel + L"\\Halyard\\Halyard.exe");
          },
-         1603, {}, After({kOrvel + L"\\Halyard\\Halyard.exe"}, {kFilterDrv}, [&](Session& session) {
-             filter.Is()(session);
+         1603,
+         Includes({L"TESSEL_CA IsFilterDrvFolderExists - Ferrule_Reboot Flag: , YES \n",
+                   Recursive(kFilterDrv, L" Successful"), Recursive(kFilterDrv, L" Failed"), T4(kOrvel), T4(kKestra)}),
+         After({kOrvel + L"\\Halyard\\Halyard.exe"}, {kFilterDrv}, [&](Session&) {
              EXPECT_EQ(L"YES", harness::TextOf(HKEY_LOCAL_MACHINE, kInstallKey, L"RemoveFilterDrv"));
          })},
         {"another marker text", "DeleteFolder", {},
@@ -284,15 +252,13 @@ TEST_F(FolderRemovalTest, DeleteHalyardFolderTakesTheFolderAndAnEmptiedParent)
                 MakeFile(file);
         };
     };
-    Log parent;
-    parent.Deleted(kOrvel);
     RunCases({
         {"no location", "DeleteHalyardFolder", {}, nullptr, 0, Exactly({}), nullptr},
         // A folder already gone answers with the location's type.
         {"gone, text", "DeleteHalyardFolder", {}, located(REG_SZ, halyard, {}), 1, Exactly({}), nullptr},
         {"gone, expandable", "DeleteHalyardFolder", {}, located(REG_EXPAND_SZ, halyard, {}), 2, Exactly({}), nullptr},
         {"with its parent", "DeleteHalyardFolder", {}, located(REG_SZ, halyard, {halyard + L"\\Profiles\\user.xml"}), 0,
-         {}, After({}, {kOrvel}, parent.Is())},
+         {}, After({}, {kOrvel})},
         // With a trailing backslash the "parent" is the folder itself, gone by then.
         {"trailing backslash", "DeleteHalyardFolder", {}, located(REG_SZ, halyard + L"\\", {halyard + L"\\Halyard.exe"}), 0,
          Exactly({}), After({kOrvel}, {halyard})},
@@ -305,12 +271,9 @@ TEST_F(FolderRemovalTest, RemoveUSBMONAnswers1OnlyWhenItDeletedTheFolder)
 {
     const std::wstring detector = kScratch + L"OrvelUSB3DeviceDetector\\";
     const std::wstring said = L"TESSEL_CA RemoveUSBMON Directory: " + detector + L" \n";
-    Log deleted;
-    deleted << said;
-    deleted.Deleted(detector) << L"Tessel_CA OrvelUSB3DeviceDetector folder deleted\n";
     RunCases({
-        {"deleted", "RemoveUSBMON", {{L"CustomActionData", detector}}, [&] { MakeFile(detector + L"Detector.exe"); }, 1, {},
-         After({}, {detector}, deleted.Is())},
+        {"deleted", "RemoveUSBMON", {{L"CustomActionData", detector}}, [&] { MakeFile(detector + L"Detector.exe"); }, 1,
+         Includes({said, L"Tessel_CA OrvelUSB3DeviceDetector folder deleted\n"}), After({}, {detector})},
         {"not there", "RemoveUSBMON", {{L"CustomActionData", detector}}, nullptr, 0, Exactly({said}), nullptr},
         {"no data", "RemoveUSBMON", {}, nullptr, 0, Exactly({L"TESSEL_CA RemoveUSBMON Directory:  \n"}), nullptr},
         {"unreadable", "RemoveUSBMON", {{L"CustomActionData", L"C:\\" + Repeat(L'u', 300)}}, nullptr, 0,
@@ -331,9 +294,7 @@ TEST_F(FolderRemovalTest, CleanUninstallerFilesRemovesTheOldUninstallersFolder)
     CloseHandle(held);
     EXPECT_TRUE(CleanUninstallerFiles());
     g_hSession = 0;
-    Log expected;
-    expected.NotDeleted(uninstaller).Deleted(uninstaller) << L"Tessel_CA CleanUninstallerFiles folder deleted\n";
-    expected.Is()(session);
+    EXPECT_EQ(Lines{L"Tessel_CA CleanUninstallerFiles folder deleted\n"}, OwnLines(session));
     EXPECT_TRUE(!Exists(uninstaller) && Exists(L"C:\\Program Files (x86)\\Kestra Technologies"));
 }
 
