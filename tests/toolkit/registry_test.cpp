@@ -1,5 +1,5 @@
-// The registry layer on the prefix's real registry, in both views. Keys live
-// under SOFTWARE\TesselTest (HKLM, HKCR, HKCU), which the fixture clears.
+// The registry layer on the prefix's real registry, in both views, under
+// SOFTWARE\TesselTest, which the fixture clears.
 #include "toolkit/area.h"
 
 #include "frame/frame.h"
@@ -9,57 +9,34 @@
 #include <io.h>
 #include <sddl.h>
 
-using harness::CreateKey;
-using harness::KeyExists;
-using harness::Lines;
-using harness::Repeat;
-using harness::SetText;
-using harness::SubKeysOf;
-using harness::TextOf;
-using harness::ValueNamesOf;
+using namespace harness;
 
 namespace {
 
-const HKEY HKLM = HKEY_LOCAL_MACHINE;
-const REGSAM k32 = KEY_WOW64_32KEY;
-const REGSAM k64 = KEY_WOW64_64KEY;
-const std::wstring kRoot = L"SOFTWARE\\TesselTest\\";
+using RegistryTest = ToolkitTest;
+const HKEY HKLM = HKEY_LOCAL_MACHINE, HKCR = HKEY_CLASSES_ROOT;
+const REGSAM k32 = KEY_WOW64_32KEY, k64 = KEY_WOW64_64KEY;
+const std::wstring kKey = L"SOFTWARE\\TesselTest\\";
 
-void SetKeyDacl(HKEY root, const std::wstring& path, REGSAM view, const std::wstring& sddl)
+// Takes KEY_SET_VALUE, and with it every full-access open, from Everyone; or gives full access back.
+void Deny(HKEY root, const std::wstring& path, REGSAM view, bool deny = true)
 {
     HKEY key;
     PSECURITY_DESCRIPTOR descriptor = NULL;
-    ASSERT_EQ(ERROR_SUCCESS, RegOpenKeyExW(root, path.c_str(), 0, WRITE_DAC | view, &key));
-    ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl.c_str(), SDDL_REVISION_1, &descriptor, NULL);
-    EXPECT_EQ(ERROR_SUCCESS, RegSetKeySecurity(key, DACL_SECURITY_INFORMATION, descriptor));
+    RegOpenKeyExW(root, path.c_str(), 0, WRITE_DAC | view, &key);
+    ConvertStringSecurityDescriptorToSecurityDescriptorW(deny ? L"D:(D;;0x2;;;WD)(A;;KA;;;WD)" : L"D:(A;;KA;;;WD)",
+                                                         SDDL_REVISION_1, &descriptor, NULL);
+    RegSetKeySecurity(key, DACL_SECURITY_INFORMATION, descriptor);
     LocalFree(descriptor);
     RegCloseKey(key);
 }
-
-// A key that denies `rights` to Everyone while this lives ("SD": delete; "0x2": set value, and with it every
-// full-access open); full access comes back at the end, so that the fixture can clear it.
-class DeniedKey {
-public:
-    DeniedKey(HKEY root, const std::wstring& path, REGSAM view, const std::wstring& rights)
-        : root_(root), path_(path), view_(view)
-    {
-        CreateKey(root, path, view);
-        SetKeyDacl(root, path, view, L"D:(D;;" + rights + L";;;WD)(A;;KA;;;WD)");
-    }
-    ~DeniedKey() { SetKeyDacl(root_, path_, view_, L"D:(A;;KA;;;WD)"); }
-
-private:
-    HKEY root_;
-    std::wstring path_;
-    REGSAM view_;
-};
 
 // What `call` prints on the C runtime's standard output.
 template <typename Call>
 std::string CapturedStdout(Call call)
 {
-    const std::wstring file = std::wstring(harness::kScratchFolder) + L"stdout.txt";
-    harness::MakeFolders(harness::kScratchFolder);
+    const std::wstring file = std::wstring(kScratchFolder) + L"stdout.txt";
+    MakeFolders(kScratchFolder);
     fflush(stdout);
     const int saved = _dup(_fileno(stdout));
     const int capture = _wopen(file.c_str(), _O_WRONLY | _O_CREAT | _O_TRUNC | _O_BINARY, 0600);
@@ -69,238 +46,183 @@ std::string CapturedStdout(Call call)
     fflush(stdout);
     _dup2(saved, _fileno(stdout));
     _close(saved);
-    return harness::ReadFileBytes(file);
+    return ReadFileBytes(file);
 }
 
-class RegistryTest : public harness::ActionTest {
-protected:
-    RegistryTest() : ActionTest(ToolkitArea()) {}
-};
-
-TEST_F(RegistryTest, AValueIsReadNativeViewFirstAndWrittenInBoth)
+std::wstring Text(const std::wstring& key, const wchar_t* name, REGSAM view)
 {
-    // The path splits at its last backslash; with none, both parts are the whole text.
-    const struct { const wchar_t* path; const wchar_t* subkey; const wchar_t* name; } splits[] = {
-        {L"A\\B\\Location", L"A\\B", L"Location"}, {L"A\\B\\", L"A\\B", L""}, {L"A\\\\", L"A\\", L""},
-        {L"Location", L"Location", L"Location"}};
-    for (const auto& split : splits) {
-        registry_value value(split.path);
-        EXPECT_EQ(std::make_tuple(std::wstring(split.subkey), std::wstring(split.name), HKLM),
-                  std::make_tuple(value.subkey, value.value_name, value.hive));
+    return TextOf(HKLM, kKey + key, name, view);
+}
+
+TEST(RegistryValue, SplitsItsPathAtTheLastBackslash)
+{
+    const wchar_t* cases[][3] = {
+        {L"A\\B\\N", L"A\\B", L"N"}, {L"A\\B\\", L"A\\B", L""}, {L"A\\\\", L"A\\", L""}, {L"N", L"N", L"N"}};
+    for (const auto& c : cases) {
+        registry_string value(c[0]);
+        EXPECT_TRUE(value.subkey == c[1] && value.value_name == c[2] && value.hive == HKLM) << c[0];
+        EXPECT_TRUE(!value.key32 && !value.key64);
     }
-    registry_string value(kRoot + L"Install\\Location");
-    EXPECT_FALSE(value.exists());
-    EXPECT_EQ(L"", value.read());
-    SetText(HKLM, kRoot + L"Install", L"Location", L"C:\\Old32\\", k32);
-    SetText(HKLM, kRoot + L"Install", L"Other", L"x", k64);  // the native key, without the value
-    EXPECT_TRUE(value.exists());
-    EXPECT_EQ(L"C:\\Old32\\", value.read());
-    SetText(HKLM, kRoot + L"Install", L"Location", L"C:\\New64\\", k64);
-    EXPECT_EQ(L"C:\\New64\\", registry_string(kRoot + L"Install\\LOCATION").read());
-    EXPECT_FALSE(registry_value(kRoot + L"Install\\Locatio").exists());
+}
 
-    // Any type, up to its first null; the default value and the one named by a blank.
-    const DWORD ab = 0x00420041;
-    harness::SetValue(HKLM, kRoot + L"Types", L"Number", REG_DWORD, &ab, 4, k64);
-    harness::SetValue(HKLM, kRoot + L"Types", L"Bare", REG_SZ, L"abc", 6, k64);
-    harness::SetValue(HKLM, kRoot + L"Types", L"Empty", REG_SZ, L"", 0, k64);
-    SetText(HKLM, kRoot + L"Types", L"", L"default", k64);
-    SetText(HKLM, kRoot + L"Types", L" ", L"blank's", k64);
-    Lines read;
-    for (const wchar_t* name : {L"Number", L"Bare", L"Empty", L"", L" "})
-        read.push_back(registry_string(kRoot + L"Types\\" + name).read());
-    EXPECT_EQ((Lines{L"AB", L"abc", L"", L"default", L"blank's"}), read);
-    EXPECT_TRUE(registry_value(kRoot + L"Types\\Empty").exists());
+TEST_F(RegistryTest, ValuesAreReadNativeViewFirstAndWrittenInBothViews)
+{
+    // J's value is in the 32-bit view alone; I has a native key, its values in either view or both.
+    SetText(HKLM, kKey + L"J", L"V", L"old", k32);
+    SetText(HKLM, kKey + L"I", L"Old", L"old", k32);
+    SetText(HKLM, kKey + L"I", L"Both", L"old", k32);
+    SetText(HKLM, kKey + L"I", L"Both", L"new", k64);
+    SetDword(HKLM, kKey + L"I", L"Number", 0x00420041);  // any type, read up to its first null
+    harness::SetValue(HKLM, kKey + L"K", L"Empty", REG_SZ, L"", 0);
+    SetText(HKLM, kKey + L"K", L"", L"default");
+    const wchar_t* reads[][2] = {{L"J\\V", L"1old"}, {L"I\\Old", L"1old"},   {L"I\\Both", L"1new"},
+                                 {L"I\\Number", L"1AB"}, {L"I\\None", L"0"}, {L"K\\Empty", L"1"},
+                                 {L"K\\", L"1default"}};
+    for (const auto& read : reads) {
+        registry_string value(kKey + read[0]);
+        const bool exists = value.exists();
+        EXPECT_EQ(read[1], std::to_wstring(exists) + value.read() + (value.key32 || value.key64 ? L" open" : L""));
+    }
 
+    registry_string value(kKey + L"W\\V");
+    EXPECT_FALSE(value.open(false) || KeyExists(HKLM, kKey + L"W", k64));
     EXPECT_EQ(&value, &value.write(L"Yes"));
-    EXPECT_EQ(std::make_tuple(L"Yes", L"Yes", (HKEY)NULL, (HKEY)NULL),
-              std::make_tuple(TextOf(HKLM, kRoot + L"Install", L"Location", k64),
-                              TextOf(HKLM, kRoot + L"Install", L"Location", k32), value.key32, value.key64));
-    DWORD type = 0, bytes = 0;
-    RegGetValueW(HKLM, (kRoot + L"Install").c_str(), L"Location", RRF_RT_ANY, &type, NULL, &bytes);
-    EXPECT_EQ(std::make_pair(DWORD(REG_SZ), DWORD(8)), std::make_pair(type, bytes));  // the terminator kept
+    registry_string64 aero(kKey + L"J\\V");
+    aero.write(L"64");
+    EXPECT_TRUE(Text(L"W", L"V", k64) == L"Yes" && Text(L"W", L"V", k32) == L"Yes");
+    EXPECT_TRUE(Text(L"J", L"V", k64) == L"64" && Text(L"J", L"V", k32) == L"old" && !aero.key32);
+    // open() leaves a handle in each view to its caller; a write then closes them.
+    EXPECT_TRUE(!value.key32 && !value.key64 && value.open(true));
+    RegSetValueExW(value.key32, L"V", 0, REG_SZ, reinterpret_cast<const BYTE*>(L"32"), 6);
+    EXPECT_TRUE(Text(L"W", L"V", k32) == L"32" && Text(L"W", L"V", k64) == L"Yes");
+    value.write(L"No");
+    EXPECT_TRUE(!value.key32 && !value.key64 && Text(L"W", L"V", k32) == L"No");
 
-    SetText(HKLM, kRoot + L"RunOnce", L"EnableAero", L"32-bit", k32);
-    registry_string64(kRoot + L"RunOnce\\EnableAero").write(L"winsat");
-    EXPECT_EQ(L"winsat", TextOf(HKLM, kRoot + L"RunOnce", L"EnableAero", k64));
-    EXPECT_EQ(L"32-bit", TextOf(HKLM, kRoot + L"RunOnce", L"EnableAero", k32));
+    // remove_value deletes in both views, and leaves a missing key made, empty.
+    registry_value(kKey + L"I\\Both").remove_value();
+    registry_value(kKey + L"Absent\\V").remove_value();
+    EXPECT_TRUE(ValueNamesOf(HKLM, kKey + L"I", k32) == Lines{L"Old"} &&
+                ValueNamesOf(HKLM, kKey + L"I") == Lines{L"Number"});
+    EXPECT_TRUE(KeyExists(HKLM, kKey + L"Absent", k64) && KeyExists(HKLM, kKey + L"Absent", k32));
 }
 
-TEST_F(RegistryTest, OpenLeavesItsHandlesToTheCallerAndRemoveValueClearsBothViews)
+// DeleteKeyRecursive32 in its caller's buffer, which it gives back as it came.
+bool InBuffer(const std::wstring& path)
 {
-    registry_string value(kRoot + L"Open\\Name");
-    EXPECT_FALSE(value.open(false));
-    EXPECT_FALSE(KeyExists(HKLM, kRoot + L"Open", k64));
-    ASSERT_TRUE(value.open(true));
-    EXPECT_TRUE(KeyExists(HKLM, kRoot + L"Open", k32));
-    const wchar_t text[] = L"via key32";
-    RegSetValueExW(value.key32, L"Name", 0, REG_SZ, reinterpret_cast<const BYTE*>(text), sizeof(text));
-    EXPECT_EQ(L"via key32", TextOf(HKLM, kRoot + L"Open", L"Name", k32));
-    EXPECT_EQ(L"<missing>", TextOf(HKLM, kRoot + L"Open", L"Name", k64));
-    value.write(L"both");  // after open, as EnableAero does on a 32-bit system: writes and closes
-    EXPECT_EQ(std::make_tuple(L"both", (HKEY)NULL, (HKEY)NULL),
-              std::make_tuple(TextOf(HKLM, kRoot + L"Open", L"Name", k64), value.key32, value.key64));
-
-    SetText(HKLM, kRoot + L"Open", L"Keep", L"k", k64);
-    value.remove_value();
-    EXPECT_EQ(Lines{L"Keep"}, ValueNamesOf(HKLM, kRoot + L"Open", k64));
-    EXPECT_EQ(Lines(), ValueNamesOf(HKLM, kRoot + L"Open", k32));
-    registry_value(kRoot + L"Services\\kmd\\Blacklist").remove_value();  // makes the missing key
-    EXPECT_TRUE(KeyExists(HKLM, kRoot + L"Services\\kmd", k64) && KeyExists(HKLM, kRoot + L"Services\\kmd", k32));
+    wchar_t buffer[kKeyPathChars];
+    wcscpy(buffer, path.c_str());
+    const int result = DeleteKeyRecursive32(buffer);
+    return path == buffer && result == 1;
 }
 
-TEST_F(RegistryTest, TreeDeletesWorkInTheirOwnViewAndStopAtAKeyThatWontGo)
+TEST_F(RegistryTest, TreeDeletesWorkInTheirViewAndStopAtAChildThatWontGo)
 {
-    for (REGSAM view : {k32, k64}) {
-        SetText(HKLM, kRoot + L"Tree\\A\\A1", L"v", L"x", view);
-        CreateKey(HKLM, kRoot + L"Tree\\B", view);
-    }
-    EXPECT_TRUE(registry_value::delete_key32(HKLM, kRoot + L"Tree"));
-    EXPECT_FALSE(KeyExists(HKLM, kRoot + L"Tree", k32));
-    EXPECT_EQ((Lines{L"A", L"B"}), SubKeysOf(HKLM, kRoot + L"Tree", k64));
-    EXPECT_TRUE(registry_value::delete_key(HKLM, kRoot + L"Tree"));
-    EXPECT_FALSE(KeyExists(HKLM, kRoot + L"Tree", k64));
-    EXPECT_TRUE(registry_value::delete_key32(HKLM, kRoot + L"Tree") && registry_value::delete_key(HKLM, kRoot + L"Tree"));
-
-    // The older walk works in its caller's buffer and gives it back as it came.
-    for (REGSAM view : {k32, k64})
-        CreateKey(HKLM, kRoot + L"Old\\One\\Two", view);
-    CreateKey(HKLM, kRoot + L"Old\\Three", k32);
-    wchar_t path[kKeyPathChars] = L"SOFTWARE\\TesselTest\\Old\\";
-    EXPECT_EQ(1, DeleteKeyRecursive32(path));
-    EXPECT_STREQ(L"SOFTWARE\\TesselTest\\Old\\", path);
-    EXPECT_EQ(std::make_pair(false, true), std::make_pair(KeyExists(HKLM, kRoot + L"Old", k32),
-                                                          KeyExists(HKLM, kRoot + L"Old\\One\\Two", k64)));
-    EXPECT_EQ(1, DeleteKeyRecursive32(path));
-
-    // Children go from index 0: A goes, B won't, C is never reached. B refuses DELETE; Wine lets an open for
-    // DELETE alone through, so B also has a child, which the walk can't reach.
-    for (REGSAM view : {k32, k64})
-        for (const wchar_t* key : {L"A\\Deep", L"B\\Inner", L"C"})
-            CreateKey(HKLM, kRoot + L"Locked\\" + key, view);
-    {
-        DeniedKey native(HKLM, kRoot + L"Locked\\B", k64, L"SD");
-        DeniedKey wow(HKLM, kRoot + L"Locked\\B", k32, L"SD");
-        EXPECT_FALSE(registry_value::delete_key(HKLM, kRoot + L"Locked"));
-        EXPECT_EQ((Lines{L"B", L"C"}), SubKeysOf(HKLM, kRoot + L"Locked", k64));
-        EXPECT_EQ((Lines{L"A", L"B", L"C"}), SubKeysOf(HKLM, kRoot + L"Locked", k32));
-        EXPECT_FALSE(registry_value::delete_key32(HKLM, kRoot + L"Locked"));
-        EXPECT_EQ((Lines{L"B", L"C"}), SubKeysOf(HKLM, kRoot + L"Locked", k32));
-        CreateKey(HKLM, kRoot + L"Locked\\A", k32);
-        wchar_t locked[kKeyPathChars] = L"SOFTWARE\\TesselTest\\Locked";
-        EXPECT_EQ(0, DeleteKeyRecursive32(locked));
-        EXPECT_STREQ(L"SOFTWARE\\TesselTest\\Locked", locked);
-        EXPECT_EQ((Lines{L"B", L"C"}), SubKeysOf(HKLM, kRoot + L"Locked", k32));
+    const std::wstring tree = kKey + L"T";
+    const struct { const char* row; REGSAM view, other; std::function<bool()> remove; } rows[] = {
+        {"delete_key", k64, k32, [&] { return registry_value::delete_key(HKLM, tree); }},
+        {"delete_key32", k32, k64, [&] { return registry_value::delete_key32(HKLM, tree); }},
+        {"DeleteKeyRecursive32", k32, k64, [&] { return InBuffer(tree); }},
+        {"DeleteKeyRecursive32, trailing backslash", k32, k64, [&] { return InBuffer(tree + L"\\"); }}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.row);
+        for (const wchar_t* child : {L"\\A\\Deep", L"\\B\\Inner", L"\\C"}) {
+            CreateKey(HKLM, tree + child, k32);
+            CreateKey(HKLM, tree + child, k64);
+        }
+        // B refuses the walk's open; Wine would let its delete through, but its child stops that.
+        // From index 0, A goes, and C is never reached.
+        Deny(HKLM, tree + L"\\B", row.view);
+        EXPECT_TRUE(!row.remove() && SubKeysOf(HKLM, tree, row.view) == Lines({L"B", L"C"}));
+        Deny(HKLM, tree + L"\\B", row.view, false);
+        EXPECT_TRUE(row.remove() && row.remove());  // the second time, an absent key counts as deleted
+        EXPECT_TRUE(!KeyExists(HKLM, tree, row.view) && SubKeysOf(HKLM, tree, row.other) == Lines({L"A", L"B", L"C"}));
+        DeleteRegTree(HKLM, tree, row.other);
     }
 }
 
-TEST_F(RegistryTest, KeyListsMergeTheViewsAndOnlyEverAppend)
+TEST_F(RegistryTest, KeyListsMergeTheViews)
 {
-    for (const wchar_t* name : {L"Shared", L"Native", L"case"})
-        CreateKey(HKLM, kRoot + L"List\\" + name, k64);
-    for (const wchar_t* name : {L"Shared", L"Only32", L"CASE"})
-        CreateKey(HKLM, kRoot + L"List\\" + name, k32);
-    SetText(HKLM, kRoot + L"List", L"value", L"x", k64);
-    SetText(HKLM, kRoot + L"List", L"value32", L"x", k32);
-    // Native names in the registry's order, then the 32-bit ones not yet listed, case counting; values from the
-    // 32-bit view only when the native one has none.
-    registry_key_list list(HKLM, kRoot + L"List");
-    list.list_sub_keys();
-    list.list_values();
-    EXPECT_EQ((Lines{L"case", L"Native", L"Shared", L"CASE", L"Only32", L"value"}), list.names);
-    EXPECT_EQ(std::make_pair((HKEY)NULL, (HKEY)NULL), std::make_pair(list.key32, list.key64));
-
-    // Sub-key names listed before don't count as native names; the default's empty name is one.
-    CreateKey(HKLM, kRoot + L"Empty64\\Sub", k64);
-    SetText(HKLM, kRoot + L"Empty64", L"", L"default", k32);
-    harness::SetValue(HKLM, kRoot + L"Empty64", Repeat(L'n', 600), REG_SZ, L"", 2, k32);  // longer than the buffer: left out
-    registry_key_list fallback(HKLM, kRoot + L"Empty64");
-    fallback.list_sub_keys();
-    fallback.list_values();
-    fallback.list_values();
-    EXPECT_EQ((Lines{L"Sub", L"", L""}), fallback.names);
-
-    // A key both views share (HKCU's software branch) is listed once.
-    CreateKey(HKEY_CURRENT_USER, kRoot + L"Child");
-    registry_key_list user(HKEY_CURRENT_USER, L"SOFTWARE\\TesselTest");
-    user.list_sub_keys();
-    EXPECT_EQ(Lines{L"Child"}, user.names);
+    for (const wchar_t* name : {L"L\\Shared", L"L\\Native", L"L\\case", L"F\\Sub"})
+        CreateKey(HKLM, kKey + name, k64);
+    for (const wchar_t* name : {L"L\\Shared", L"L\\Only32", L"L\\CASE"})
+        CreateKey(HKLM, kKey + name, k32);
+    SetText(HKLM, kKey + L"L", L"a", L"x", k64);
+    SetText(HKLM, kKey + L"L", L"b32", L"x", k32);
+    // In F neither sub-key names nor a name too long for the buffer count as native names.
+    SetText(HKLM, kKey + L"F", Repeat(L'n', 600), L"x", k64);
+    SetText(HKLM, kKey + L"F", L"", L"default", k32);
+    SetText(HKLM, kKey + L"F", L"z", L"x", k32);
+    // Native names first, then the 32-bit ones not yet listed, case counting; the 32-bit
+    // values only stand in for a native view without names.
+    const std::pair<const wchar_t*, Lines> rows[] = {
+        {L"L", {L"case", L"Native", L"Shared", L"CASE", L"Only32", L"a"}}, {L"F", {L"Sub", L"", L"z"}}, {L"X", {}}};
+    for (const auto& row : rows) {
+        registry_key_list list(HKLM, kKey + row.first);
+        list.list_sub_keys();
+        list.list_values();
+        EXPECT_TRUE(row.second == list.names && !list.key32 && !list.key64) << row.first;
+    }
 }
 
-TEST_F(RegistryTest, FreeOperationsOnValuesAndKeys)
+TEST_F(RegistryTest, HandleOperationsQueryNamesAndTextsAndDeleteAllButTwoValues)
 {
-    harness::Session session;
-    g_hSession = session.handle();
-    HKEY key;
-    // DeleteKeyValues keeps the default value and the one named by a single blank, whatever name it is given.
-    for (const wchar_t* name : {L"", L" ", L"  ", L"keep me"})
-        SetText(HKLM, kRoot + L"Pixel", name, L"x", k64);
-    CreateKey(HKLM, kRoot + L"Pixel\\Child", k64);
-    RegOpenKeyExW(HKLM, (kRoot + L"Pixel").c_str(), 0, KEY_ALL_ACCESS, &key);
-    DeleteKeyValues(key, L"keep me");
-    RegCloseKey(key);
-    EXPECT_EQ((Lines{L"", L" "}), ValueNamesOf(HKLM, kRoot + L"Pixel", k64));
-
-    // QueryKeyNames: sub-keys of up to 254 characters, then REG_SZ texts of up to 129, slashed.
-    for (size_t length : {5, 254, 255})
-        CreateKey(HKLM, kRoot + L"Branding\\" + Repeat(L'k', length), k64);
-    const std::wstring fits = L"C:\\" + Repeat(L'f', 126);
-    SetText(HKLM, kRoot + L"Branding", L"a", L"C:\\Suite\\Bin\\", k64);
-    harness::SetDword(HKLM, kRoot + L"Branding", L"b", 1, k64);
-    harness::SetValue(HKLM, kRoot + L"Branding", L"c", REG_EXPAND_SZ, L"%x%", 8, k64);
-    SetText(HKLM, kRoot + L"Branding", L"d", fits, k64);
-    SetText(HKLM, kRoot + L"Branding", L"e", fits + L"g", k64);
+    const std::wstring key = kKey + L"B", fits = L"C:\\" + Repeat(L'f', 126);  // 260 bytes with its null
+    for (const std::wstring& name : {std::wstring(L"Alpha"), Repeat(L'k', 254), Repeat(L'l', 255)})
+        CreateKey(HKLM, key + L"\\" + name);  // 255 characters don't fit with the null
+    const Lines names = {L"", L" ", L"  ", L"c", L"d", L"e"};
+    const Lines texts = {L"", L"1", L"2", L"C:\\Bin\\", fits, fits + L"g"};
+    for (size_t i = 0; i < names.size(); ++i)
+        SetText(HKLM, key, names[i], texts[i]);
+    SetDword(HKLM, key, L"b", 1);
+    SetValue(HKLM, key, L"ba", REG_EXPAND_SZ, L"%x%\\y", 12);
+    HKEY open;
+    RegOpenKeyExW(HKLM, key.c_str(), 0, KEY_ALL_ACCESS, &open);
     g_keyNameList.assign(1, L"earlier");
-    RegOpenKeyExW(HKLM, (kRoot + L"Branding").c_str(), 0, KEY_READ, &key);
-    QueryKeyNames(key);
-    RegCloseKey(key);
-    EXPECT_EQ((Lines{L"earlier", Repeat(L'k', 5), Repeat(L'k', 254), L"C:/Suite/Bin/", L"C:/" + Repeat(L'f', 126)}),
+    QueryKeyNames(open);
+    DeleteKeyValues(open, L"c");  // the name passed changes nothing
+    RegCloseKey(open);
+    EXPECT_EQ(Lines({L"earlier", L"Alpha", Repeat(L'k', 254), L"", L"1", L"2", L"C:/Bin/", L"C:/" + Repeat(L'f', 126)}),
               g_keyNameList);
+    EXPECT_TRUE(ValueNamesOf(HKLM, key) == Lines({L"", L" "}) && SubKeysOf(HKLM, key).size() == 3);
     g_keyNameList.clear();
+}
 
-    // CreateRegStringValue opens under HKLM, else creates under HKCR; always 0, a line only when it wrote.
-    CreateKey(HKLM, kRoot + L"PerfOS", k64);
-    EXPECT_EQ(0, CreateRegStringValue(kRoot + L"PerfOS\\", L"Disable", L"0"));
-    EXPECT_EQ(0, CreateRegStringValue(kRoot + L"Gauge", L"DCSEnabled", L"Yes"));
-    DeniedKey denied(HKEY_CLASSES_ROOT, kRoot + L"Denied", 0, L"0x2");
-    EXPECT_EQ(0, CreateRegStringValue(kRoot + L"Denied", L"DCSEnabled", L"Yes"));
-    EXPECT_EQ((Lines{L"0", L"<missing>", L"Yes", L"<missing>"}),
-              (Lines{TextOf(HKLM, kRoot + L"PerfOS", L"Disable", k64), TextOf(HKLM, kRoot + L"PerfOS", L"Disable", k32),
-                     TextOf(HKEY_CLASSES_ROOT, kRoot + L"Gauge", L"DCSEnabled"),
-                     TextOf(HKEY_CLASSES_ROOT, kRoot + L"Denied", L"DCSEnabled")}));
-    EXPECT_FALSE(KeyExists(HKLM, kRoot + L"Gauge", k64) || KeyExists(HKLM, kRoot + L"Gauge", k32));
+TEST_F(RegistryTest, FreeOperationsOnTheirFixedKeys)
+{
+    Session session;
+    g_hSession = session.handle();
+    EXPECT_TRUE(CreateRegDWValue(L"Mode", 3) == 1 && CreateRegDWValue(L"Other", 0xFFFFFFFF) == 1);  // key made, opened
+    EXPECT_TRUE(DwordOf(HKEY_CURRENT_USER, L"SOFTWARE\\Orvel", L"Mode") == 3 &&
+                DwordOf(HKEY_CURRENT_USER, L"SOFTWARE\\Orvel", L"Other") == 0xFFFFFFFF);
 
-    // CreateRegDWValue makes HKCU\SOFTWARE\Orvel if need be, then opens it; it never logs.
-    EXPECT_EQ(1, CreateRegDWValue(L"Mode", 3));
-    EXPECT_EQ(1, CreateRegDWValue(L"Mode", 0xFFFFFFFF));
-    EXPECT_EQ(0xFFFFFFFFu, harness::DwordOf(HKEY_CURRENT_USER, L"SOFTWARE\\Orvel", L"Mode"));
+    // Opened under HKLM, else made under HKCR, else nothing; a line for each value set.
+    CreateKey(HKLM, kKey + L"P");
+    for (HKEY root : {HKLM, HKCR}) {
+        CreateKey(root, kKey + L"D");
+        Deny(root, kKey + L"D", 0);
+    }
+    for (const wchar_t* key : {L"P\\", L"Q", L"D"})
+        EXPECT_EQ(0, CreateRegStringValue(kKey + key, L"V", key));
+    EXPECT_TRUE(TextOf(HKCR, kKey + L"Q", L"V") == L"Q" && !HasValue(HKCR, kKey + L"D", L"V"));
+    EXPECT_TRUE(Text(L"P", L"V", k64) == L"P\\" && !KeyExists(HKCR, kKey + L"P") && !KeyExists(HKLM, kKey + L"Q"));
     EXPECT_EQ(Lines(2, L"Tessel_CA CreateBrioContextMenu() - Successfully created GUID"), session.Log());
 
-    // DeleteRunValue: HKLM's native Run key only.
-    const std::wstring run = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Run";
+    // Made in the 64-bit view, where a refused key fails it.
+    bool created = false;
+    EXPECT_EQ("RegCreateKeyEx result 0\n", CapturedStdout([&] { created = CreateKeyWithAcl(kKey + L"A"); }));
+    EXPECT_TRUE(created);
+    EXPECT_EQ("RegCreateKeyEx result 5\n", CapturedStdout([&] { created = CreateKeyWithAcl(kKey + L"D"); }));
+    EXPECT_FALSE(created);
+    EXPECT_TRUE(KeyExists(HKLM, kKey + L"A", k64) && !KeyExists(HKLM, kKey + L"A", k32));
+    for (HKEY root : {HKLM, HKCR})
+        Deny(root, kKey + L"D", 0, false);
+
+    const wchar_t run[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Run";
     SetText(HKLM, run, L"TesselTestTask", L"64", k64);
     SetText(HKLM, run, L"TesselTestTask", L"32", k32);
-    EXPECT_TRUE(DeleteRunValue(L"TesselTestTask"));
-    EXPECT_FALSE(DeleteRunValue(L"TesselTestTask"));
+    EXPECT_TRUE(DeleteRunValue(L"TesselTestTask") && !DeleteRunValue(L"TesselTestTask"));
     EXPECT_EQ(L"32", TextOf(HKLM, run, L"TesselTestTask", k32));
-    RegOpenKeyExW(HKLM, run.c_str(), 0, KEY_SET_VALUE | k32, &key);
-    RegDeleteValueW(key, L"TesselTestTask");
-    RegCloseKey(key);
-}
-
-TEST_F(RegistryTest, CreateKeyWithAclPrintsOneLineAndCreatesInThe64BitView)
-{
-    // Windows gives the key full access for Everyone and Administrators; Wine ignores the list it is given.
-    bool created = false;
-    for (int time = 0; time < 2; ++time) {  // created, then opened
-        EXPECT_EQ("RegCreateKeyEx result 0\n", CapturedStdout([&] { created = CreateKeyWithAcl(kRoot + L"Analytics"); }));
-        EXPECT_TRUE(created);
-    }
-    EXPECT_EQ(std::make_pair(true, false), std::make_pair(KeyExists(HKLM, kRoot + L"Analytics", k64),
-                                                          KeyExists(HKLM, kRoot + L"Analytics", k32)));
-    DeniedKey locked(HKLM, kRoot + L"Locked", k64, L"0x2");
-    EXPECT_EQ("RegCreateKeyEx result 5\n", CapturedStdout([&] { created = CreateKeyWithAcl(kRoot + L"Locked"); }));
-    EXPECT_FALSE(created);
+    RegDeleteKeyValueW(HKLM, L"SOFTWARE\\Wow6432Node\\Microsoft\\Windows\\CurrentVersion\\Run", L"TesselTestTask");
 }
 
 }  // namespace
