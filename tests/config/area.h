@@ -7,3 +7,8 @@ inline harness::Area ConfigArea()
 {
     return {{}, {}, {}};
 }
+
+class ConfigTest : public harness::ActionTest {
+protected:
+    ConfigTest() : ActionTest(ConfigArea()) {}
+};

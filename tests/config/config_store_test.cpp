@@ -23,9 +23,8 @@ public:
     }
 };
 
-class ConfigStoreTest : public harness::ActionTest {
+class ConfigStoreTest : public ConfigTest {
 protected:
-    ConfigStoreTest() : ActionTest(ConfigArea()) {}
     const std::wstring path_ = std::wstring(harness::kScratchFolder) + L"InstallManager.cfg";
 };
 

@@ -12,10 +12,7 @@ const std::wstring kSuite = std::wstring(harness::kScratchFolder) + L"Suite\\";
 const std::wstring kCfg = kSuite + L"Config\\InstallManager.cfg";  // UpdateCfg's
 const std::wstring kTesselCfg = kSuite + L"InstallManager.cfg";    // UpdateTesselCfg's
 
-class UpdateActionsTest : public harness::ActionTest {
-protected:
-    UpdateActionsTest() : ActionTest(ConfigArea()) {}
-};
+using UpdateActionsTest = ConfigTest;
 
 // Arranges the file; checks that it then holds `after`.
 std::function<void()> File(const std::wstring& path, const std::string& before)

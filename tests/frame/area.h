@@ -7,3 +7,8 @@ inline harness::Area FrameArea()
 {
     return {{{HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kestra Technologies"}}, {}, {}};
 }
+
+class FrameTest : public harness::ActionTest {
+protected:
+    FrameTest() : ActionTest(FrameArea()) {}
+};

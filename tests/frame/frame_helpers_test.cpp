@@ -8,10 +8,6 @@ using harness::Repeat;
 
 namespace {
 
-class FrameTest : public harness::ActionTest {
-protected:
-    FrameTest() : ActionTest(FrameArea()) {}
-};
 
 // Field 0 is formatted by the installer, so a bracketed property name expands. No line end is added.
 TEST_F(FrameTest, LogMessageSendsOneTemplateLineOfAtMost519Characters)

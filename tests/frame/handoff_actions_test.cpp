@@ -27,9 +27,8 @@ std::function<void(Session&)> Holds(const Rows& expected)
     };
 }
 
-class HandOffTest : public harness::ActionTest {
+class HandOffTest : public FrameTest {
 protected:
-    HandOffTest() : ActionTest(FrameArea()) {}
     // An arrange step after which the DLL can't set this property, until the next such step or the test's end.
     std::function<void()> Refuse(const std::wstring& name)
     {

@@ -8,10 +8,7 @@
 
 namespace {
 
-class PlatformTest : public harness::ActionTest {
-protected:
-    PlatformTest() : ActionTest(FrameArea()) {}
-};
+using PlatformTest = FrameTest;
 
 // What GetVersionExW says on Windows 7.
 BOOL WINAPI Windows7(LPOSVERSIONINFOW info)

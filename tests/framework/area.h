@@ -7,3 +7,8 @@ inline harness::Area FrameworkArea()
 {
     return {{{HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kestra Technologies"}}, {}, {}};
 }
+
+class FrameworkTest : public harness::ActionTest {
+protected:
+    FrameworkTest() : ActionTest(FrameworkArea()) {}
+};

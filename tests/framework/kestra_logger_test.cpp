@@ -22,14 +22,13 @@ LSTATUS WINAPI OpenInNativeView(HKEY root, LPCWSTR path, DWORD options, REGSAM a
     return real(root, path, options, access & ~(KEY_WOW64_32KEY | KEY_WOW64_64KEY), key);
 }
 
-class KestraLoggerTest : public harness::ActionTest {
+class KestraLoggerTest : public FrameworkTest {
 protected:
-    KestraLoggerTest() : ActionTest(FrameworkArea()) {}
     void TearDown() override
     {
         SetEnvironmentVariableW(L"KESTRALOG_LEVEL", NULL);
         DeleteFileW((harness::ProgramFolder() + L"kestraLog.dll").c_str());
-        ActionTest::TearDown();
+        FrameworkTest::TearDown();
     }
     // Puts a stand-in as kestraLog.dll into `folder`, which ends in its separator.
     static void PlaceLibrary(const std::wstring& folder, const wchar_t* standIn = L"kestra_log_standin.dll")

@@ -1,20 +1,10 @@
 // The recording program: appends its own command line, as one UTF-8 line, to
 // "<its path>.cmdline", or to RECORDER_FILE when that is set, then exits.
-// RECORDER_DELAY_MS makes it wait first and RECORDER_EXIT_CODE sets its exit code.
+// RECORDER_DELAY_MS makes it wait first.
 #include <windows.h>
 
 #include <cstdlib>
 #include <string>
-
-namespace {
-
-DWORD NumberFromEnvironment(const wchar_t* name)
-{
-    const wchar_t* value = _wgetenv(name);
-    return value ? wcstoul(value, NULL, 10) : 0;
-}
-
-}  // namespace
 
 int wmain()
 {
@@ -40,6 +30,7 @@ int wmain()
             break;
         }
     }
-    Sleep(NumberFromEnvironment(L"RECORDER_DELAY_MS"));
-    return static_cast<int>(NumberFromEnvironment(L"RECORDER_EXIT_CODE"));
+    const wchar_t* delay = _wgetenv(L"RECORDER_DELAY_MS");
+    Sleep(delay ? wcstoul(delay, NULL, 10) : 0);
+    return 0;
 }

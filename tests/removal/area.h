@@ -30,3 +30,8 @@ inline std::function<void(harness::Session&)> Keys(HKEY root, std::vector<std::w
             EXPECT_EQ(key[0] != L'-', harness::KeyExists(root, key[0] == L'-' ? key.substr(1) : key)) << key;
     };
 }
+
+class RemovalTest : public harness::ActionTest {
+protected:
+    RemovalTest() : ActionTest(RemovalArea()) {}
+};

@@ -16,10 +16,7 @@ namespace {
 const HKEY HKLM = HKEY_LOCAL_MACHINE;
 const HKEY HKCU = HKEY_CURRENT_USER;
 
-class RecordComponentKeysTest : public harness::ActionTest {
-protected:
-    RecordComponentKeysTest() : ActionTest(RemovalArea()) {}
-};
+using RecordComponentKeysTest = RemovalTest;
 
 const std::wstring kKestra = L"SOFTWARE\\Kestra";
 const std::wstring kKestra32 = L"SOFTWARE\\Wow6432Node\\Kestra";
@@ -108,10 +105,7 @@ TEST_F(RecordComponentKeysTest, DeleteandRetainValuesKeepsWhatTheBrandingKeyName
     EXPECT_THAT(session.Log(), IsEmpty());
 }
 
-class RecordRebootFlagTest : public harness::ActionTest {
-protected:
-    RecordRebootFlagTest() : ActionTest(RemovalArea()) {}
-};
+using RecordRebootFlagTest = RemovalTest;
 
 const std::wstring kManager = L"SOFTWARE\\Kestra Technologies\\Install\\Kestra Quillon Install Manager";
 const std::wstring kManager32 =

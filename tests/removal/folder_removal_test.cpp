@@ -67,10 +67,7 @@ Lines OwnLines(const Session& session)
     return own;
 }
 
-class FolderRemovalTest : public harness::ActionTest {
-protected:
-    FolderRemovalTest() : ActionTest(RemovalArea()) {}
-};
+using FolderRemovalTest = RemovalTest;
 
 // Every DeleteFolder row without InstallDir keeps the Orvel folder absent or holding a file at the end:
 // otherwise the last delete is handed a lone backslash, the current drive's root, which Wine's shell would empty.

@@ -29,10 +29,7 @@ const std::wstring kEntry1 = kUninstall + TESSEL_TEST_PRODUCT_1, kEntry2 = kUnin
 const wchar_t kPackageA[] = L"W-10-1A00-000-002-300-001-00-25";
 const wchar_t kPackageB[] = L"W-10-1B00-000-002-301-001-00-25";
 
-class RecordCleanupTest : public harness::ActionTest {
-protected:
-    RecordCleanupTest() : ActionTest(RemovalArea()) {}
-};
+using RecordCleanupTest = RemovalTest;
 
 std::wstring Deleting(const std::wstring& path)
 {

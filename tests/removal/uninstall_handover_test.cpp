@@ -59,13 +59,12 @@ struct InstallerDialog {
     HWND window;
 };
 
-class HandoverTest : public harness::ActionTest {
+class HandoverTest : public RemovalTest {
 protected:
-    HandoverTest() : ActionTest(RemovalArea()) {}
     void TearDown() override
     {
         SetEnvironmentVariableW(L"RECORDER_DELAY_MS", NULL);
-        ActionTest::TearDown();
+        RemovalTest::TearDown();
     }
     // Runs each action with UninstallMode at kUntouched; `check` sees the session and the recorded lines.
     void EachAction(std::function<void(const Action&, Session&, const Lines&)> check)
