@@ -32,9 +32,9 @@ TEST_F(UpdateActionsTest, SetInstallDirHandsTheFolderToUpdateCfgWhichRemovesTheC
                       "[not a section]\r\nFontColor=white\r\nTextColorPast=grey\r\nButtonBrightness=80\r\n"
                       "load_DLM=true\r\n");
     Session immediate({{L"INSTALLDIR", kSuite}});
-    Session deferred;
     EXPECT_EQ(0u, immediate.Call("SetInstallDir"));
-    deferred.SetCustomActionData(immediate.Property(L"UpdateCfg"));
+    // Called while the immediate session lives: the lines must not stray into it.
+    Session deferred({{L"CustomActionData", immediate.Property(L"UpdateCfg")}});
     EXPECT_EQ(0u, deferred.Call("UpdateCfg"));
     // Five deletes, five rewrites: each kept line gains a CR at each.
     EXPECT_EQ("# Install manager settings\r\r\r\r\r\r\nLanguage=en\r\r\r\r\r\r\n[not a section]\r\r\r\r\r\r\n"
@@ -49,6 +49,7 @@ TEST_F(UpdateActionsTest, SetInstallDirHandsTheFolderToUpdateCfgWhichRemovesTheC
                       colour.substr(1) + L" setting\n");
     log.push_back(L"TESSEL_CA successfully saved with " + kCfg + L" new settings \n");
     EXPECT_EQ(log, deferred.Log());
+    EXPECT_EQ(3u, immediate.Log().size());
 }
 
 TEST_F(UpdateActionsTest, UpdateCfgFindsTheFileBelowTheFolderOrLeavesItAlone)

@@ -41,8 +41,6 @@ public:
     UINT Call(const char* exportName);
 
     std::wstring Property(const std::wstring& name) const;
-    // What a deferred action receives.
-    void SetCustomActionData(const std::wstring& value);
 
     // INFO lines the library wrote, in order (the installer's own banner left out).
     std::vector<std::wstring> Log() const;

@@ -145,11 +145,6 @@ std::wstring Session::Property(const std::wstring& name) const
     return value;
 }
 
-void Session::SetCustomActionData(const std::wstring& value)
-{
-    Check(MsiSetPropertyW(handle_, L"CustomActionData", value.c_str()), "MsiSetPropertyW");
-}
-
 std::vector<std::wstring> Session::Log() const
 {
     std::vector<std::wstring> lines;
