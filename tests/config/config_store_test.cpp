@@ -3,7 +3,6 @@
 #include "config/area.h"
 
 #include "config/config_store.h"
-#include "framework/error_handler.h"
 #include "framework/kestra_logger.h"
 
 using harness::Lines;
@@ -89,25 +88,6 @@ TEST_F(ConfigStoreTest, LoadsAndSavesFilesAsTheFrameworkAlwaysHas)
     EXPECT_EQ(0u, store.ReadFileValue(L"missing", value, first));
     EXPECT_FALSE(store.DeleteFileValue(L"missing", first));
     EXPECT_FALSE(store.WriteFileValue(L"missing", L"9", first));
-}
-
-// A store whose in-place update always fails: the save goes on, appends the new setting and reports 165.
-class RefusingConfig : public Config {
-public:
-    bool WriteFileValue(const std::wstring&, const std::wstring&, const std::wstring&) override { return false; }
-};
-
-TEST_F(ConfigStoreTest, ASaveGoesOnPastFailuresAndReportsThem)
-{
-    harness::MakeFile(path_, "a=1\r\nb=1\r\n");
-    RefusingConfig refusing;
-    ASSERT_TRUE(refusing.LoadFile(path_));
-    refusing.SetString(L"a", L"2", 0);
-    refusing.SetString(L"c", L"3", 0);
-    ErrorHandler::GetInstance()->SetLastErrorCodeEx(0, false);
-    EXPECT_TRUE(refusing.SaveFile(path_));
-    EXPECT_EQ(165, ErrorHandler::GetInstance()->GetLastErrorCode());
-    EXPECT_EQ("a=1\r\nb=1\r\nc=3\r\n", harness::ReadFileBytes(path_));
 }
 
 // A parent that can't be written is refused before any change, and the framework's log says so. An existing

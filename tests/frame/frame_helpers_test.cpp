@@ -54,18 +54,6 @@ TEST_F(FrameTest, GetFromMSITableReadsOneRowOfThePackagesTable)
               session.Log());
 }
 
-TEST(StringHelpers, FoldCaseFindAndJoin)
-{
-    EXPECT_EQ(0, CompareNoCase(L"Kestra Technologies", L"kESTRA tECHNOLOGIES"));
-    EXPECT_LT(CompareNoCase(L"abc", L"ABD"), 0);
-    EXPECT_LT(CompareNoCase(L"A_", L"aa"), 0);  // folded to lower case, '_' sorts before letters
-    EXPECT_EQ(1, FindNoCase(L"01", L"1"));
-    EXPECT_EQ(-1, FindNoCase(L"yes", L"1"));
-    EXPECT_EQ(6, FindNoCase(L"C:\\Program Files\\KESTRA", L"GRAM files\\kes"));
-    EXPECT_EQ(L"", PathSeparatorFor(L"C:\\Kestra\\") + PathSeparatorFor(L"C:/Kestra/"));
-    EXPECT_EQ(L"\\", PathSeparatorFor(L"x"));
-}
-
 TEST(StringHelpersDeathTest, BoundedCopyTakes518CharactersAndEndsTheProcessAt519)
 {
     wchar_t buffer[kCommandLineChars + 1];

@@ -83,21 +83,4 @@ TEST_F(KestraLoggerTest, WritesTimedAndSeparatorLinesAtTheLevelsOfTheLibraryOnce
     EXPECT_EQ(2, logger.GetLogLevel());
 }
 
-// The key can't be opened as the logger asks, so the system's search order decides.
-TEST_F(KestraLoggerTest, TheSearchOrderFindsTheLibraryBesideTheProgram)
-{
-    harness::SetText(HKEY_LOCAL_MACHINE, kLogKey, L"Location", harness::kScratchFolder);
-    PlaceLibrary(harness::ProgramFolder());
-    KestraLogger logger;
-    std::wstring location = L"stale";
-    logger.FindLibraryLocation(location);
-    EXPECT_EQ(L"", location);
-    EXPECT_TRUE(logger.Log("Setup", 0, L"===="));
-    EXPECT_TRUE(logger.Unload());
-    EXPECT_EQ("0|Setup====\r\n", Recorded());
-    // The instance built at load has opened nothing.
-    EXPECT_EQ(&g_kestraLogger, &KestraLogger::GetInstance());
-    EXPECT_TRUE(KestraLogger::GetInstance().Unload());
-}
-
 }  // namespace
