@@ -110,22 +110,4 @@ TEST_F(RecordComponentKeysTest, ResetRebootKeyWritesNoInBothViewsAndSaysItFailed
     EXPECT_EQ(L"No", TextOf(HKLM, kManager32, L"Ferrule_Reboot"));
 }
 
-// An internal step of the hand-over, reached through the static library.
-TEST_F(RecordComponentKeysTest, ApplyFerruleRebootFlagSetsRebootForYesInAnyCase)
-{
-    // The key is read in the native view only.
-    SetText(HKLM, kManager32, L"Ferrule_Reboot", L"Yes");
-    Session only32;
-    EXPECT_EQ(0u, ApplyFerruleRebootFlag(only32.handle()));
-    EXPECT_EQ(L"", only32.Property(L"REBOOT"));
-
-    for (const wchar_t* flag : {L"No", L"Yes ", L"YeS", L"yes"}) {
-        SetText(HKLM, kManager, L"Ferrule_Reboot", flag);
-        const bool yes = _wcsicmp(flag, L"yes") == 0;
-        Session session;
-        EXPECT_EQ(yes ? 1u : 0u, ApplyFerruleRebootFlag(session.handle())) << flag;
-        EXPECT_EQ(yes ? L"F" : L"", session.Property(L"REBOOT")) << flag;
-    }
-}
-
 }  // namespace

@@ -117,8 +117,6 @@ TEST_F(FolderRemovalTest, DeleteFolderRunsEveryStepAndAnswersWithTheLastDelete)
          },
          0, Includes({L"TESSEL_CA DeleteFolder: " + package + L" \n", T1(kOrvel)}),
          After({}, {package, kOrvel, kCommonKestra})},
-        {"Orvel holds a file", "DeleteFolder", handedOn, [&] { MakeFile(kOrvel + L"\\Halyard\\user.xml"); }, 1603,
-         Includes({T4(kOrvel)}), After({kOrvel + L"\\Halyard\\user.xml"}, {})},
         {"install folder with files", "DeleteFolder", {}, suite(kestraSuite, kestraSuite + L"\\Suite.exe"), 0,
          Includes({T4(kOrvel), T1(kestraSuite + L"\\"), Deleted(kKestra)}), After({kKestra}, {kestraSuite})},
         {"no InstallDir", "DeleteFolder", {}, suite(L"", kOrvel + L"\\Halyard\\Halyard.exe"), 1603,
@@ -139,13 +137,6 @@ TEST_F(FolderRemovalTest, DeleteFolderRunsEveryStepAndAnswersWithTheLastDelete)
          After({kOrvel + L"\\Halyard\\Halyard.exe"}, {kFilterDrv}, [&](Session&) {
              EXPECT_EQ(L"YES", harness::TextOf(HKEY_LOCAL_MACHINE, kInstallKey, L"RemoveFilterDrv"));
          })},
-        {"another marker text", "DeleteFolder", {},
-         [] {
-             SetInstallValue(L"RemoveFilterDrv", L"yes please");
-             MakeFile(kFilterDrv + L"\\OrvelFilter.sys");
-         },
-         1603, Includes({L"TESSEL_CA IsFilterDrvFolderExists - Ferrule_Reboot Flag: , yes please \n", T4(kKestra)}),
-         After({kFilterDrv + L"\\OrvelFilter.sys"}, {})},
     });
 }
 
@@ -276,23 +267,6 @@ TEST_F(FolderRemovalTest, RemoveUSBMONAnswers1OnlyWhenItDeletedTheFolder)
         {"unreadable", "RemoveUSBMON", {{L"CustomActionData", L"C:\\" + Repeat(L'u', 300)}}, nullptr, 0,
          Exactly({kCouldNotGet}), nullptr},
     });
-}
-
-// An internal operation, called through the static library with its own session handle.
-TEST_F(FolderRemovalTest, CleanUninstallerFilesRemovesTheOldUninstallersFolder)
-{
-    const std::wstring uninstaller = L"C:\\Program Files (x86)\\Kestra Technologies\\UninstallAll\\";
-    Session session;
-    g_hSession = session.handle();
-    EXPECT_TRUE(CleanUninstallerFiles());  // nothing there, nothing said
-    MakeFile(uninstaller + L"UninstallAll.exe");
-    HANDLE held = CreateFileW((uninstaller + L"UninstallAll.exe").c_str(), GENERIC_READ, 0, NULL, OPEN_EXISTING, 0, NULL);
-    EXPECT_FALSE(CleanUninstallerFiles());
-    CloseHandle(held);
-    EXPECT_TRUE(CleanUninstallerFiles());
-    g_hSession = 0;
-    EXPECT_EQ(Lines{L"Tessel_CA CleanUninstallerFiles folder deleted\n"}, OwnLines(session));
-    EXPECT_TRUE(!Exists(uninstaller) && Exists(L"C:\\Program Files (x86)\\Kestra Technologies"));
 }
 
 }  // namespace

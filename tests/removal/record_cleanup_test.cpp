@@ -110,10 +110,21 @@ TEST_F(RecordCleanupTest, TheUninstallEntriesOfTheOlderInstallerAndOfTheInstallM
         };
     };
     auto gone = [](const std::wstring& name) { return Keys(HKLM, {L"-" + kUninstall + name, L"-" + kUninstall32 + name}); };
-    RunCases({{"legacy", "RmLegacyUninstall", {}, entries(legacy), 0,
-               Exactly({L"TESSEL_CA RemoveLegacyUninstall cleaned files \n",
-                        L"TESSEL_CA RemoveLegacyUninstall cleaned registry keys \n"}),
-               gone(legacy)},
+    // The older uninstaller's folder goes too.
+    const std::wstring uninstaller = L"C:\\Program Files (x86)\\Kestra Technologies\\UninstallAll\\";
+    RunCases({{"legacy", "RmLegacyUninstall", {},
+               [&] {
+                   entries(legacy)();
+                   harness::MakeFile(uninstaller + L"UninstallAll.exe");
+               },
+               0,
+               Includes({L"Tessel_CA CleanUninstallerFiles folder deleted\n",
+                         L"TESSEL_CA RemoveLegacyUninstall cleaned files \n",
+                         L"TESSEL_CA RemoveLegacyUninstall cleaned registry keys \n"}),
+               [&](Session& session) {
+                   gone(legacy)(session);
+                   EXPECT_FALSE(harness::Exists(uninstaller));
+               }},
               {"manager, lost lines", "RemoveFerruleEntry", {},
                [&] {
                    entries(manager)();

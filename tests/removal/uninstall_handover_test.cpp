@@ -21,7 +21,7 @@ struct Action {
     const char* name;
     const wchar_t* switches;
     DWORD mode;             // UninstallMode afterwards
-    const wchar_t* reboot;  // REBOOT afterwards, with Ferrule_Reboot "yes"
+    const wchar_t* reboot;  // REBOOT afterwards, with Ferrule_Reboot "YeS"
     UINT failure;
 };
 const wchar_t kUnattended[] = L"/IGNORE_UPGRADE /FORCE_HIDE_FIRST_RUN /UNATTENDED_UNINSTALL /AUTOACCEPT_ALL "
@@ -84,7 +84,7 @@ protected:
     {
         const std::wstring folder = kManager.substr(0, kManager.find(L"BIN64"));
         harness::SetText(HKEY_LOCAL_MACHINE, kManagerKey, L"InstallDir", folder);
-        harness::SetText(HKEY_LOCAL_MACHINE, kManagerKey, L"Ferrule_Reboot", L"yes");
+        harness::SetText(HKEY_LOCAL_MACHINE, kManagerKey, L"Ferrule_Reboot", L"YeS");  // any case
         harness::InstallRecorder(kManager);
     }
 };
