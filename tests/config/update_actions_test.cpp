@@ -2,9 +2,7 @@
 // their CustomActionData, on a real settings file.
 #include "config/area.h"
 
-using harness::Exactly;
-using harness::Includes;
-using harness::Session;
+using namespace harness;
 
 namespace {
 

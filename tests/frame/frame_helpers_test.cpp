@@ -3,8 +3,7 @@
 
 #include "frame/frame.h"
 
-using harness::Lines;
-using harness::Repeat;
+using namespace harness;
 
 namespace {
 

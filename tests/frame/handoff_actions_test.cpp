@@ -4,12 +4,7 @@
 #include <cstring>
 #include <memory>
 
-using harness::ActionCase;
-using harness::Exactly;
-using harness::Lines;
-using harness::Repeat;
-using harness::Rows;
-using harness::Session;
+using namespace harness;
 
 namespace {
 

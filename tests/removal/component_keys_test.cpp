@@ -3,9 +3,7 @@
 #include "removal/area.h"
 #include "removal/removal.h"
 
-using harness::Session;
-using harness::SetText;
-using harness::TextOf;
+using namespace harness;
 
 namespace {
 

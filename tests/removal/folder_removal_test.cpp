@@ -7,14 +7,7 @@
 
 #include <gmock/gmock.h>
 
-using harness::Exactly;
-using harness::Exists;
-using harness::Includes;
-using harness::Lines;
-using harness::MakeFile;
-using harness::MakeFolders;
-using harness::Repeat;
-using harness::Session;
+using namespace harness;
 
 namespace {
 

@@ -4,9 +4,7 @@
 
 #include <thread>
 
-using harness::Lines;
-using harness::RecordedCommandLines;
-using harness::Session;
+using namespace harness;
 
 namespace {
 
