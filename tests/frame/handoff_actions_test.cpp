@@ -112,7 +112,8 @@ TEST_F(HandOffTest, EachActionHandsItsValueOnWithItsOwnTextsAndResults)
                      harness::Includes({pidStart, reading, L"Tessel_CA SetFerruleKestraPid(), " + pid + kSet}),
                      Holds({{L"CleanRegistry", pid}}), {{L"Kestra_PID", pid}}});
     cases.push_back({"no row", action, {{L"Kestra_PID", L"public"}}, nullptr, 1603,
-                     Exactly({pidStart, reading, L"Tessel_CA SetFerruleKestraPid() failed to get Pid from Kestra Property table."}),
+                     Exactly({pidStart, reading,
+                              L"Tessel_CA SetFerruleKestraPid() failed to get Pid from Kestra Property table."}),
                      Holds({{L"CleanRegistry", L""}}), {{L"DriverVersion", L"31.0"}}});
     cases.push_back({"refused", action, {}, Refuse(L"CleanRegistry"), 1603,
                      harness::Includes({L"Tessel_CA SetFerruleKestraPid() failed to set Pid in CustomActionData"}),

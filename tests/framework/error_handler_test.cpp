@@ -65,7 +65,11 @@ TEST(ErrorCatalogue, RegisteredErrorsFollowTheTableAndBecomeTheLastError)
     EXPECT_EQ((std::vector<int>{1608, 1609, 165}), listener.codes);
     // Each set lets the lock go: another thread takes it at once.
     HANDLE other = CreateThread(
-        NULL, 0, [](LPVOID handler) -> DWORD { return static_cast<ErrorHandler*>(handler)->SetLastErrorCodeEx(8, false), 0; },
+        NULL, 0,
+        [](LPVOID handler) -> DWORD {
+            static_cast<ErrorHandler*>(handler)->SetLastErrorCodeEx(8, false);
+            return 0;
+        },
         &catalogue, 0, NULL);
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(other, 5000));
     CloseHandle(other);

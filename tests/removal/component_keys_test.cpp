@@ -30,9 +30,10 @@ TEST_F(RecordComponentKeysTest, EachComponentsKeysGoInTheViewsOfItsAction)
         };
     };
     RunCases({
-        {"Vane takes all of Kestra", "DeleteVaneRegistry", {}, both({kKestra + L"\\Vane", kKestra + L"\\Another\\Deeper"}), 1,
+        {"Vane takes all of Kestra", "DeleteVaneRegistry", {},
+         both({kKestra + L"\\Vane", kKestra + L"\\Another\\Deeper"}), 1,
          harness::Exactly({L"TESSEL_CA: SearchVaneRegKey  \n"}), Keys(HKLM, {L"-" + kKestra, L"-" + kKestra32})},
-        {"Kestra, 32-bit view only", "DeleteKestraKey", {}, both({kKestra + L"\\Vane\\Deeper"}), 0, harness::Exactly({}),
+        {"Kestra, 32-bit view only", "DeleteKestraKey", {}, both({kKestra + L"\\Vane\\Deeper"}), 0, Exactly({}),
          Keys(HKLM, {kKestra + L"\\Vane", L"-" + kKestra32})},
         {"Kestra, again", "DeleteKestraKey", {}, nullptr, 0, harness::Exactly({}), nullptr},
         {"Halyard, HKLM only", "DeleteHalyardKEY", {}, both({kOrvel + L"Halyard\\Skins", kOrvel + L"Sorrel"}, true), 0,
@@ -41,7 +42,8 @@ TEST_F(RecordComponentKeysTest, EachComponentsKeysGoInTheViewsOfItsAction)
              Keys(HKLM, {L"-" + kOrvel + L"Halyard", L"-" + kOrvel32 + L"Halyard", kOrvel + L"Sorrel"})(session);
              Keys(HKCU, {kOrvel + L"Halyard"})(session);
          }},
-        {"Sorrel, HKCU too", "DeleteSorrelRegistry", {}, both({kOrvel + L"Sorrel\\Cache", kOrvel + L"Halyard"}, true), 1,
+        {"Sorrel, HKCU too", "DeleteSorrelRegistry", {},
+         both({kOrvel + L"Sorrel\\Cache", kOrvel + L"Halyard"}, true), 1,
          harness::Exactly({L"TESSEL_CA: SearchSorrelRegKey  \n"}),
          [](Session& session) {
              Keys(HKLM, {L"-" + kOrvel + L"Sorrel", L"-" + kOrvel32 + L"Sorrel", kOrvel})(session);

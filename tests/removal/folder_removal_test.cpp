@@ -203,13 +203,16 @@ TEST_F(FolderRemovalTest, TheComponentFolderActionsClearTheirFoldersAndThenTheEm
          Exactly({vane + suite + L" \n", sorrel + suite + L" \n"}), After({}, {suite})},
         {"Vane unreadable", "DelInstallVaneDir", data(Repeat(L'v', 300)), nullptr, 1,
          Exactly({kCouldNotGet, vane + L"Kestra.Lumen\\Vane\\ \n"}), nullptr},  // Wine
-        {"Sorrel", "DelInstallSorrelDir", data(suite), files({lumen + L"\\Reservation Manager\\Reservation.dll"}, {lumen + L"\\Sorrel\\Logs"}),
+        {"Sorrel", "DelInstallSorrelDir", data(suite),
+         files({lumen + L"\\Reservation Manager\\Reservation.dll"}, {lumen + L"\\Sorrel\\Logs"}),
          1,
-         Exactly({sorrel + suite + L" \n", sorrel + lumen + L"\\Sorrel\\ \n", sorrel + lumen + L"\\Reservation Manager \n",
+         Exactly({sorrel + suite + L" \n", sorrel + lumen + L"\\Sorrel\\ \n",
+                  sorrel + lumen + L"\\Reservation Manager \n",
                   sorrel + lumen + L" \n", sorrel + suite + L" \n"}),
          After({}, {suite})},
         // Another component's files keep Kestra.Lumen and the install folder.
-        {"Sorrel beside Vane", "DelInstallSorrelDir", data(suite + L"\\"), files({lumen + L"\\Vane\\Vane.exe"}, {lumen + L"\\Sorrel\\Logs"}),
+        {"Sorrel beside Vane", "DelInstallSorrelDir", data(suite + L"\\"),
+         files({lumen + L"\\Vane\\Vane.exe"}, {lumen + L"\\Sorrel\\Logs"}),
          1,
          Exactly({sorrel + suite + L"\\ \n", sorrel + lumen + L"\\Sorrel\\ \n",
                   L"TESSEL_CA can not DelInstallSorrelDir: " + lumen + L"\\Reservation Manager \n"}),
@@ -241,9 +244,11 @@ TEST_F(FolderRemovalTest, DeleteHalyardFolderTakesTheFolderAndAnEmptiedParent)
         {"with its parent", "DeleteHalyardFolder", {}, located(REG_SZ, halyard, {halyard + L"\\Profiles\\user.xml"}), 0,
          {}, After({}, {kOrvel})},
         // With a trailing backslash the "parent" is the folder itself, gone by then.
-        {"trailing backslash", "DeleteHalyardFolder", {}, located(REG_SZ, halyard + L"\\", {halyard + L"\\Halyard.exe"}), 0,
+        {"trailing backslash", "DeleteHalyardFolder", {},
+         located(REG_SZ, halyard + L"\\", {halyard + L"\\Halyard.exe"}), 0,
          Exactly({}), After({kOrvel}, {halyard})},
-        {"shared parent", "DeleteHalyardFolder", {}, located(REG_SZ, halyard, {halyard + L"\\Halyard.exe", kOrvel + L"\\Vane\\Vane.exe"}),
+        {"shared parent", "DeleteHalyardFolder", {},
+         located(REG_SZ, halyard, {halyard + L"\\Halyard.exe", kOrvel + L"\\Vane\\Vane.exe"}),
          0, Exactly({}), After({kOrvel + L"\\Vane\\Vane.exe"}, {halyard})},
     });
 }

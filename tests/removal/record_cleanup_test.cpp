@@ -63,9 +63,11 @@ TEST_F(RecordCleanupTest, CleanRegistryTakesTheParentsWithTheLastPackage)
     };
     RunCases({
         // The per-user key keeps only its default value and the single blank's.
-        {"last package, per-user values", "CleanRegistry", a, Packages({kPackages + kPackageA, kPackages32 + kPackageA + L"\\Sub"}, userValues), 0,
+        {"last package, per-user values", "CleanRegistry", a,
+         Packages({kPackages + kPackageA, kPackages32 + kPackageA + L"\\Sub"}, userValues), 0,
          Exactly({L"Tessel_CA DeleteFerruleRegKey: PID=" + std::wstring(kPackageA) + L"\n", Deleting(package),
-                  ShouldBeDeleted(package), L"Tessel_CA DeletePackageKey(), SOFTWARE\\Orvel\\ Attempted to delete key \n",
+                  ShouldBeDeleted(package),
+                  L"Tessel_CA DeletePackageKey(), SOFTWARE\\Orvel\\ Attempted to delete key \n",
                   kWillAttempt, Deleted(kPackages), Deleted(kInstall)}),
          [](Session& session) {
              Keys(HKLM, {L"-" + kInstall, L"-" + kInstall32, L"SOFTWARE\\Kestra Technologies"})(session);
@@ -78,7 +80,8 @@ TEST_F(RecordCleanupTest, CleanRegistryTakesTheParentsWithTheLastPackage)
          Keys(HKLM, {L"-" + kPackages + kPackageA, kPackages32 + kPackageB})},
         {"a value left", "CleanRegistry", {{L"CustomActionData", kPackageB}},
          Packages({kPackages32 + kPackageB}, [] { SetText(HKLM, kInstall32, L"InstallWide", L"x"); }), 0,
-         Includes({Deleted(kPackages), NotDeleted(L"is not empty", kInstall)}), Keys(HKLM, {L"-" + kPackages32, kInstall32})},
+         Includes({Deleted(kPackages), NotDeleted(L"is not empty", kInstall)}),
+         Keys(HKLM, {L"-" + kPackages32, kInstall32})},
         // Too long for the 260-character buffer: nothing is done or said.
         {"unreadable", "CleanRegistry", {{L"CustomActionData", Repeat(L'W', 260)}}, Packages({kPackages + kPackageA}),
          1627, Exactly({}), Keys(HKLM, {kPackages + kPackageA})},
@@ -100,7 +103,9 @@ TEST_F(RecordCleanupTest, TheUninstallEntriesOfTheOlderInstallerAndOfTheInstallM
             SetText(HKLM, kUninstall32 + name, L"DisplayName", name);
         };
     };
-    auto gone = [](const std::wstring& name) { return Keys(HKLM, {L"-" + kUninstall + name, L"-" + kUninstall32 + name}); };
+    auto gone = [](const std::wstring& name) {
+        return Keys(HKLM, {L"-" + kUninstall + name, L"-" + kUninstall32 + name});
+    };
     // The older uninstaller's folder goes too.
     const std::wstring uninstaller = L"C:\\Program Files (x86)\\Kestra Technologies\\UninstallAll\\";
     RunCases({{"legacy", "RmLegacyUninstall", {},
@@ -137,7 +142,8 @@ TEST_F(RecordCleanupTest, RemoveARPEntriesHidesOrdinaryPackagesOnly)
             for (size_t i = 0; i < levels.size(); ++i) {
                 if (levels[i].second != 0)
                     SetDword(HKLM, kPackages + levels[i].first, L"iPackageLevel", levels[i].second);
-                SetText(HKLM, kPackages + levels[i].first, L"ProductGUID", i % 2 ? TESSEL_TEST_PRODUCT_2 : TESSEL_TEST_PRODUCT_1);
+                const wchar_t* product = i % 2 ? TESSEL_TEST_PRODUCT_2 : TESSEL_TEST_PRODUCT_1;
+                SetText(HKLM, kPackages + levels[i].first, L"ProductGUID", product);
             }
             SetText(HKLM, kUninstall32 + TESSEL_TEST_PRODUCT_1, L"DisplayName", L"One");
             SetText(HKLM, kUninstall + TESSEL_TEST_PRODUCT_2, L"DisplayName", L"Two");
@@ -225,7 +231,8 @@ TEST_F(RecordCleanupDeathTest, DisableRepairForFerruleLetsOutOfRangeEscapeWithou
     SetText(HKLM, kManager, L"OriginalDB", L"C:\\tessel\\scratch\\InstallManager\\Suite.msi");
     EXPECT_EXIT(
         {
-            HANDLE thread = reinterpret_cast<HANDLE>(_beginthreadex(NULL, 0, DisableRepairOnItsOwnThread, NULL, 0, NULL));
+            HANDLE thread =
+                reinterpret_cast<HANDLE>(_beginthreadex(NULL, 0, DisableRepairOnItsOwnThread, NULL, 0, NULL));
             WaitForSingleObject(thread, INFINITE);
         },
         [](int code) { return code != 0; }, "out_of_range");
