@@ -7,7 +7,9 @@ Rows of long data tables (catalogues) are left out.
 Environment: SEED (default 1), N (default 60), FOLDERS (default: every
 library folder; comma- or space-separated), ONLY (folders whose mutants of
 that sample are run, so that a slice of a full run can be repeated), TIMEOUT (seconds per program run;
-default four times its clean run, at least 60).
+default four times its clean run, at least 60), BY_TEST=1 (each program runs whole, and the
+report says which tests killed each mutant and how many mutants each test alone kills: a test
+that alone kills none of a large sample is a candidate to go).
 
 A mutant is killed when a test program fails or times out, survives when they
 all pass, and is "not built" when it does not compile. The source is restored
@@ -50,6 +52,7 @@ class Mutant:
     def __init__(self, path, line, kind, before, after):
         self.path, self.line, self.kind, self.before, self.after = path, line, kind, before, after
         self.outcome = None
+        self.killers = set()  # with BY_TEST: the failing tests, or "<program>: timeout"/"crash in T"
 
     @property
     def folder(self):
@@ -219,12 +222,18 @@ class Sources:
             self.current = None
 
 
-def run(command, timeout, env=None):
-    """Runs a command in its own process group; returns its exit code, or None on time-out."""
-    process = subprocess.Popen(command, cwd=ROOT, env=env, stdout=subprocess.DEVNULL,
+def run(command, timeout, env=None, output=None):
+    """Runs a command in its own process group; returns its exit code, or None on time-out.
+    With `output` (a list), the command's standard output is appended to it."""
+    process = subprocess.Popen(command, cwd=ROOT, env=env,
+                               stdout=subprocess.PIPE if output is not None else subprocess.DEVNULL,
                                stderr=subprocess.DEVNULL, start_new_session=True)
     try:
-        return process.wait(timeout=timeout)
+        if output is None:
+            return process.wait(timeout=timeout)
+        text, _ = process.communicate(timeout=timeout)
+        output.append(text.decode("utf-8", "replace"))
+        return process.returncode
     except subprocess.TimeoutExpired:
         os.killpg(process.pid, signal.SIGKILL)
         process.wait()
@@ -233,6 +242,21 @@ def run(command, timeout, env=None):
         os.killpg(process.pid, signal.SIGKILL)
         process.wait()
         raise
+
+
+def failing_tests(program, code, text):
+    """The tests a whole program run says failed; a crash is put on the test that was running."""
+    if code is None:
+        return {f"{program}: timeout"}
+    failed = set(re.findall(r"^\[  FAILED  \] (\S+\.\S+) \(", text, re.M))
+    started = re.findall(r"^\[ RUN      \] (\S+)", text, re.M)
+    ended = set(re.findall(r"^\[ +(?:OK|FAILED) +\] (\S+\.\S+) \(", text, re.M))
+    unfinished = [name for name in started if name not in ended]
+    if unfinished:
+        failed.add(f"crash in {unfinished[-1]}")
+    if code != 0 and not failed:
+        failed.add(f"{program}: exit {code}")
+    return failed
 
 
 def wine(build, function):
@@ -261,6 +285,7 @@ def main():
             rel = path.relative_to(ROOT)
             candidates += sites(rel, path.read_text(encoding="utf-8"), rng)
     chosen = rng.sample(candidates, min(count, len(candidates)))
+    by_test = os.environ.get("BY_TEST") == "1"
     only = os.environ.get("ONLY", "").replace(",", " ").split()
     if only:
         chosen = [m for m in chosen if m.folder in only]
@@ -274,25 +299,31 @@ def main():
         targets = ["Tessel_CA"] + programs[folder]
         return run(["cmake", "--build", str(build), "-j2", "--target", *targets], 600)
 
-    def tests_pass(folder, limits):
+    def tests_pass(folder, limits, mutant):
         for program in programs[folder]:
-            code = run([str(ROOT / "tools/wine-run.sh"), str(build), str(build / "bin" / (program + ".exe")),
-                        "--gtest_fail_fast"], limits.get(program), env)
-            if code != 0:
-                return False
-        return True
+            command = [str(ROOT / "tools/wine-run.sh"), str(build), str(build / "bin" / (program + ".exe"))]
+            if not by_test:
+                if run(command + ["--gtest_fail_fast"], limits.get(program), env) != 0:
+                    return False
+                continue
+            output = []
+            code = run(command, limits.get(program), env, output)
+            mutant.killers |= failing_tests(program, code, "".join(output))
+        return not mutant.killers
 
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(130))
     wine(build, "tessel_warm_start")
     try:
-        limits = {}
+        limits, every_test = {}, set()
         for folder in sorted({m.folder for m in chosen}):
             if build_for(folder) != 0:
                 sys.exit(f"the clean tree does not build for {folder}")
             for program in programs[folder]:
                 begun = time.monotonic()
+                output = []
                 code = run([str(ROOT / "tools/wine-run.sh"), str(build), str(build / "bin" / (program + ".exe"))],
-                           900, env)
+                           900, env, output)
+                every_test.update(re.findall(r"^\[ RUN      \] (\S+)", output[0], re.M))
                 if code != 0:
                     sys.exit(f"{program} fails on the clean tree; fix it before a mutant run")
                 clean = time.monotonic() - begun
@@ -304,7 +335,7 @@ def main():
                 if build_for(mutant.folder) != 0:
                     mutant.outcome = "not built"
                 else:
-                    mutant.outcome = "survived" if tests_pass(mutant.folder, limits) else "killed"
+                    mutant.outcome = "survived" if tests_pass(mutant.folder, limits, mutant) else "killed"
             finally:
                 sources.restore()
             print(f"[{number}/{len(chosen)}] {mutant.outcome:9} {mutant.path}:{mutant.line} {mutant.kind}",
@@ -318,6 +349,8 @@ def main():
         run(["cmake", "--build", str(build), "-j2"], 1800)
 
     report = render(chosen, seed, time.monotonic() - started)
+    if by_test:
+        report += render_by_test(chosen, every_test)
     out.mkdir(parents=True, exist_ok=True)
     (out / "report.txt").write_text(report, encoding="utf-8")
     print(report)
@@ -341,6 +374,23 @@ def render(chosen, seed, seconds):
         lines += ["", "survivors:"]
         for m in sorted(survivors, key=lambda m: (str(m.path), m.line)):
             lines.append(f"{m.path}:{m.line}  {m.before.strip()}  ->  {m.after.strip()}")
+    return "\n".join(lines) + "\n"
+
+
+def render_by_test(chosen, every_test):
+    """Which tests killed each mutant, and how many mutants each test killed alone."""
+    killed = [m for m in chosen if m.outcome == "killed"]
+    lines = ["", "killed by:"]
+    alone = Counter()
+    for m in sorted(killed, key=lambda m: (str(m.path), m.line)):
+        lines.append(f"{m.path}:{m.line} {m.kind}: {' '.join(sorted(m.killers))}")
+        if len(m.killers) == 1:
+            alone[next(iter(m.killers))] += 1
+    every = Counter(name for m in killed for name in m.killers)
+    every.update({name: 0 for name in every_test})
+    lines += ["", f"{'alone':>5} {'in all':>6}  test"]
+    for name in sorted(every, key=lambda n: (-alone[n], -every[n], n)):
+        lines.append(f"{alone[name]:5} {every[name]:6}  {name}")
     return "\n".join(lines) + "\n"
 
 
