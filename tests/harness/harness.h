@@ -166,6 +166,12 @@ void DeleteRegTree(HKEY root, const std::wstring& key, REGSAM view = 0);
 void MakeFolders(const std::wstring& path);
 void MakeFile(const std::wstring& path, const std::string& content = "x", DWORD attributes = 0);
 bool Exists(const std::wstring& path);
+// For a case: an arrange step that makes each path, a folder when it ends in a
+// backslash, else a file; a check that `there` are there and `gone` are not.
+std::function<void()> Make(const Lines& paths);
+std::function<void(Session&)> Present(const Lines& there, const Lines& gone = {});
+// A deferred action's only property.
+inline Rows Data(const std::wstring& value) { return {{L"CustomActionData", value}}; }
 // The restart queue as stored: source, target, source, ..., each ending in a null.
 std::wstring PendingRenames();
 

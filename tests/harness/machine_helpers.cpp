@@ -138,6 +138,24 @@ bool Exists(const std::wstring& path)
     return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
+std::function<void()> Make(const Lines& paths)
+{
+    return [paths] {
+        for (const std::wstring& path : paths)
+            path.back() == L'\\' ? MakeFolders(path) : MakeFile(path);
+    };
+}
+
+std::function<void(Session&)> Present(const Lines& there, const Lines& gone)
+{
+    return [there, gone](Session&) {
+        for (const std::wstring& path : there)
+            EXPECT_TRUE(Exists(path)) << "gone: " << ::testing::PrintToString(path);
+        for (const std::wstring& path : gone)
+            EXPECT_FALSE(Exists(path)) << "there: " << ::testing::PrintToString(path);
+    };
+}
+
 std::wstring PendingRenames()
 {
     std::wstring data(8192, L'\0');
