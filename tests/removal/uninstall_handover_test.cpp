@@ -2,6 +2,8 @@
 // sessions, with the recording program standing in for the install manager.
 #include "removal/area.h"
 
+#include <algorithm>
+#include <memory>
 #include <thread>
 
 using namespace harness;
@@ -57,91 +59,6 @@ struct InstallerDialog {
     HWND window;
 };
 
-class HandoverTest : public RemovalTest {
-protected:
-    void TearDown() override
-    {
-        SetEnvironmentVariableW(L"RECORDER_DELAY_MS", NULL);
-        RemovalTest::TearDown();
-    }
-    // Runs each action with UninstallMode at kUntouched; `check` sees the session and the recorded lines.
-    void EachAction(std::function<void(const Action&, Session&, const Lines&)> check)
-    {
-        for (const Action& action : kActions) {
-            SCOPED_TRACE(action.name);
-            harness::SetDword(HKEY_CURRENT_USER, L"SOFTWARE\\Orvel", L"UninstallMode", kUntouched);
-            DeleteFileW((kManager + L".cmdline").c_str());
-            Session session;
-            const UINT result = session.Call(action.name);
-            check(action, session, RecordedCommandLines(kManager));
-            EXPECT_EQ(result, Ran(kManager) ? 0u : action.failure);
-        }
-    }
-    static bool Ran(const std::wstring& program) { return harness::Exists(program + L".cmdline"); }
-    void InstallManager()
-    {
-        const std::wstring folder = kManager.substr(0, kManager.find(L"BIN64"));
-        harness::SetText(HKEY_LOCAL_MACHINE, kManagerKey, L"InstallDir", folder);
-        harness::SetText(HKEY_LOCAL_MACHINE, kManagerKey, L"Ferrule_Reboot", L"YeS");  // any case
-        harness::InstallRecorder(kManager);
-    }
-};
-
-// A silent installation has no dialog: both attempts say so, around the launcher's lines.
-TEST_F(HandoverTest, EachActionRunsTheInstallManagerWithItsSwitchesModeAndReboot)
-{
-    InstallManager();
-    EachAction([](const Action& action, Session& session, const Lines& recorded) {
-        EXPECT_EQ(Lines{kQuoted + L" " + action.switches}, recorded);
-        EXPECT_EQ(action.mode, UninstallMode());
-        EXPECT_EQ(action.reboot, session.Property(L"REBOOT"));
-        const Lines log = session.Log();
-        EXPECT_EQ(5u, log.size());
-        EXPECT_EQ(kNoDialog + std::wstring(L"|") + kNoDialog, log.front() + L"|" + log.back());
-    });
-}
-
-// Hidden while the install manager runs (and after the mode is written), back on top after.
-TEST_F(HandoverTest, TheDialogIsHiddenWhileTheInstallManagerRunsAndComesBackTopmost)
-{
-    InstallManager();
-    InstallerDialog dialog;
-    SetEnvironmentVariableW(L"RECORDER_DELAY_MS", L"700");
-    std::string during;
-    DWORD modeDuring = 0;
-    std::thread watcher([&] {
-        for (int i = 0; i < 500 && !Ran(kManager); ++i)
-            Sleep(10);
-        during = dialog.State();
-        modeDuring = UninstallMode();
-    });
-    Session session;
-    EXPECT_EQ(0u, session.Call("LaunchApp_UinstallAll"));
-    watcher.join();
-    EXPECT_EQ("hidden", during);
-    EXPECT_EQ(3u, modeDuring);
-    EXPECT_EQ("visible topmost", dialog.State());
-    EXPECT_EQ(3u, session.Log().size());  // the launcher's alone
-}
-
-// No folder, or one of 130 characters, too long for the 260 bytes read: nothing starts, nothing is said.
-TEST_F(HandoverTest, WithoutTheInstallManagersFolderNothingStartsAndTheFailureCodeIsReturned)
-{
-    InstallerDialog dialog;
-    EachAction([](const Action&, Session& session, const Lines&) {
-        EXPECT_EQ(Lines(), session.Log());
-        EXPECT_EQ(L"", session.Property(L"REBOOT"));
-    });
-    const std::wstring longFolder = harness::kScratchFolder + harness::Repeat(L'q', 111) + L"\\";
-    harness::SetText(HKEY_LOCAL_MACHINE, kManagerKey, L"InstallDir", longFolder);
-    harness::InstallRecorder(longFolder + L"BIN64\\InstallManagerApp.exe");
-    Session session;
-    EXPECT_EQ(1627u, session.Call("LaunchApp_Update"));
-    EXPECT_EQ(Lines(), session.Log());
-    EXPECT_FALSE(Ran(longFolder + L"BIN64\\InstallManagerApp.exe"));
-    EXPECT_EQ("visible", dialog.State());
-}
-
 BOOL WINAPI RefuseCreateProcess(LPCWSTR, LPWSTR, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL, DWORD, LPVOID,
                                 LPCWSTR, LPSTARTUPINFOW, LPPROCESS_INFORMATION)
 {
@@ -155,30 +72,98 @@ BOOL WINAPI RefuseShellExecute(SHELLEXECUTEINFOW* info)
     return FALSE;
 }
 
-// The shell is the second try, handed the file with its quotes; when both fail the reboot flag is applied
-// and the dialog brought back all the same.
-TEST_F(HandoverTest, AFailedSecuredLaunchFallsBackToTheShell)
+// While alive, the DLL's `function` of `dll` is refused, if `refuse` says so.
+std::unique_ptr<ImportPatch> Refused(bool refuse, const char* dll, const char* function, void* standIn)
+{
+    return std::unique_ptr<ImportPatch>(refuse ? new ImportPatch(TesselDll(), dll, function, standIn) : nullptr);
+}
+
+class HandoverTest : public RemovalTest {
+protected:
+    void TearDown() override
+    {
+        SetEnvironmentVariableW(L"RECORDER_DELAY_MS", NULL);
+        RemovalTest::TearDown();
+    }
+    static void InstallManager()
+    {
+        SetText(HKEY_LOCAL_MACHINE, kManagerKey, L"InstallDir", kManager.substr(0, kManager.find(L"BIN64")));
+        SetText(HKEY_LOCAL_MACHINE, kManagerKey, L"Ferrule_Reboot", L"YeS");  // any case
+        InstallRecorder(kManager);
+    }
+};
+
+// Each action in each scene. The mode is written whatever follows; the shell is the second try, handed the
+// file with its quotes; a reboot the install manager asked for counts also after a failed run. Without a
+// dialog (a silent installation) both attempts to place it say so, around the launcher's lines.
+TEST_F(HandoverTest, EachActionRunsTheInstallManagerOrFallsBackToTheShellOrFails)
+{
+    std::unique_ptr<InstallerDialog> dialog;
+    const struct {
+        const char* scene;
+        bool installed, noProcess, noShell;
+        size_t logLines;
+        std::wstring lastLine;  // empty: not checked
+    } scenes[] = {
+        {"no dialog", true, false, false, 5, kNoDialog},
+        {"no install manager", false, false, false, 0, L""},
+        {"by the shell", true, true, false, 4, L"Tessel_CA Process: " + kQuoted + L" \nsuccessfully ended launching"},
+        {"no launch", true, true, true, 3, L"Tessel_CA failed to launch the following: Access denied."},
+    };
+    for (const auto& scene : scenes) {
+        SCOPED_TRACE(scene.scene);
+        ClearArea(RemovalArea());
+        if (scene.installed)
+            InstallManager();
+        const auto noProcess = Refused(scene.noProcess, "kernel32.dll", "CreateProcessW",
+                                       reinterpret_cast<void*>(RefuseCreateProcess));
+        const auto noShell = Refused(scene.noShell, "shell32.dll", "ShellExecuteExW",
+                                     reinterpret_cast<void*>(RefuseShellExecute));
+        for (const Action& action : kActions) {
+            SCOPED_TRACE(action.name);
+            SetDword(HKEY_CURRENT_USER, L"SOFTWARE\\Orvel", L"UninstallMode", kUntouched);
+            DeleteFileW((kManager + L".cmdline").c_str());
+            if (dialog)
+                SetWindowPos(dialog->window, HWND_NOTOPMOST, 0, 0, 0, 0, SWP_NOSIZE | SWP_NOMOVE);
+            Session session;
+            const bool ran = scene.installed && !scene.noShell;
+            EXPECT_EQ(ran ? 0u : action.failure, session.Call(action.name));
+            EXPECT_EQ(ran ? Lines{kQuoted + L" " + action.switches} : Lines(), RecordedCommandLines(kManager));
+            EXPECT_EQ(action.mode, UninstallMode());
+            EXPECT_EQ(scene.installed ? action.reboot : L"", session.Property(L"REBOOT"));
+            const Lines log = session.Log();
+            EXPECT_EQ(scene.logLines, log.size());
+            EXPECT_EQ(dialog || !scene.installed ? 0 : 2, std::count(log.begin(), log.end(), kNoDialog));
+            if (!scene.lastLine.empty() && !log.empty())
+                EXPECT_EQ(scene.lastLine, log.back());
+            if (dialog)
+                EXPECT_EQ(scene.installed ? "visible topmost" : "visible", dialog->State());
+        }
+        dialog.reset(new InstallerDialog);
+    }
+}
+
+// Hidden while the install manager runs (and after the mode is written), back on top after.
+TEST_F(HandoverTest, TheDialogIsHiddenWhileTheInstallManagerRunsAndComesBackTopmost)
 {
     InstallManager();
     InstallerDialog dialog;
-    harness::ImportPatch noCreateProcess(harness::TesselDll(), "kernel32.dll", "CreateProcessW",
-                                         reinterpret_cast<void*>(RefuseCreateProcess));
-    {
-        Session session;
-        EXPECT_EQ(0u, session.Call("LaunchApp_Update"));
-        EXPECT_EQ(Lines{kQuoted + L" /UPDATE"}, RecordedCommandLines(kManager));
-        EXPECT_EQ(4u, session.Log().size());
-    }
-    harness::ImportPatch noShell(harness::TesselDll(), "shell32.dll", "ShellExecuteExW",
-                                 reinterpret_cast<void*>(RefuseShellExecute));
-    SetWindowPos(dialog.window, HWND_NOTOPMOST, 0, 0, 0, 0, SWP_NOSIZE | SWP_NOMOVE);
-    DeleteFileW((kManager + L".cmdline").c_str());
-    EachAction([](const Action& action, Session& session, const Lines& recorded) {
-        EXPECT_EQ(Lines(), recorded);
-        EXPECT_EQ(action.reboot, session.Property(L"REBOOT"));
-        EXPECT_EQ(L"Tessel_CA failed to launch the following: Access denied.", session.Log().back());
+    SetEnvironmentVariableW(L"RECORDER_DELAY_MS", L"700");
+    std::string during;
+    DWORD modeDuring = 0;
+    std::thread watcher([&] {
+        for (int i = 0; i < 500 && !Exists(kManager + L".cmdline"); ++i)
+            Sleep(10);
+        during = dialog.State();
+        modeDuring = UninstallMode();
     });
+    Session session;
+    EXPECT_EQ(0u, session.Call("LaunchApp_UinstallAll"));
+    watcher.join();
+    EXPECT_EQ("hidden", during);
+    EXPECT_EQ(3u, modeDuring);
     EXPECT_EQ("visible topmost", dialog.State());
+    EXPECT_EQ(3u, session.Log().size());  // the launcher's alone
 }
 
 }  // namespace
