@@ -1,21 +1,17 @@
-// The components' keys, the branding folder and the install manager's reboot
-// flag, in real sessions on the prefix's registry and files.
+// The components' keys and the branding folder, in real sessions on the
+// prefix's registry and files.
 #include "removal/area.h"
-#include "removal/removal.h"
 
 using namespace harness;
 
 namespace {
 
-const HKEY HKLM = HKEY_LOCAL_MACHINE;
-const HKEY HKCU = HKEY_CURRENT_USER;
+const HKEY HKLM = HKEY_LOCAL_MACHINE, HKCU = HKEY_CURRENT_USER;
 
 using RecordComponentKeysTest = RemovalTest;
 
-const std::wstring kKestra = L"SOFTWARE\\Kestra";
-const std::wstring kKestra32 = L"SOFTWARE\\Wow6432Node\\Kestra";
-const std::wstring kOrvel = L"SOFTWARE\\Orvel\\";
-const std::wstring kOrvel32 = L"SOFTWARE\\Wow6432Node\\Orvel\\";
+const std::wstring kKestra = L"SOFTWARE\\Kestra", kKestra32 = L"SOFTWARE\\Wow6432Node\\Kestra";
+const std::wstring kOrvel = L"SOFTWARE\\Orvel\\", kOrvel32 = L"SOFTWARE\\Wow6432Node\\Orvel\\";
 
 TEST_F(RecordComponentKeysTest, EachComponentsKeysGoInTheViewsOfItsAction)
 {
@@ -32,19 +28,19 @@ TEST_F(RecordComponentKeysTest, EachComponentsKeysGoInTheViewsOfItsAction)
     RunCases({
         {"Vane takes all of Kestra", "DeleteVaneRegistry", {},
          both({kKestra + L"\\Vane", kKestra + L"\\Another\\Deeper"}), 1,
-         harness::Exactly({L"TESSEL_CA: SearchVaneRegKey  \n"}), Keys(HKLM, {L"-" + kKestra, L"-" + kKestra32})},
+         Exactly({L"TESSEL_CA: SearchVaneRegKey  \n"}), Keys(HKLM, {L"-" + kKestra, L"-" + kKestra32})},
         {"Kestra, 32-bit view only", "DeleteKestraKey", {}, both({kKestra + L"\\Vane\\Deeper"}), 0, Exactly({}),
          Keys(HKLM, {kKestra + L"\\Vane", L"-" + kKestra32})},
-        {"Kestra, again", "DeleteKestraKey", {}, nullptr, 0, harness::Exactly({}), nullptr},
+        {"Kestra, again", "DeleteKestraKey", {}, nullptr, 0, Exactly({}), nullptr},
         {"Halyard, HKLM only", "DeleteHalyardKEY", {}, both({kOrvel + L"Halyard\\Skins", kOrvel + L"Sorrel"}, true), 0,
-         harness::Exactly({}),
+         Exactly({}),
          [](Session& session) {
              Keys(HKLM, {L"-" + kOrvel + L"Halyard", L"-" + kOrvel32 + L"Halyard", kOrvel + L"Sorrel"})(session);
              Keys(HKCU, {kOrvel + L"Halyard"})(session);
          }},
         {"Sorrel, HKCU too", "DeleteSorrelRegistry", {},
          both({kOrvel + L"Sorrel\\Cache", kOrvel + L"Halyard"}, true), 1,
-         harness::Exactly({L"TESSEL_CA: SearchSorrelRegKey  \n"}),
+         Exactly({L"TESSEL_CA: SearchSorrelRegKey  \n"}),
          [](Session& session) {
              Keys(HKLM, {L"-" + kOrvel + L"Sorrel", L"-" + kOrvel32 + L"Sorrel", kOrvel})(session);
              Keys(HKCU, {L"-" + kOrvel + L"Sorrel", kOrvel + L"Halyard"})(session);
@@ -94,20 +90,6 @@ TEST_F(RecordComponentKeysTest, DeleteandRetainValuesKeepsWhatTheBrandingKeyName
     EXPECT_EQ(0u, session.Call("DeleteandRetainValues"));
     EXPECT_EQ((harness::Lines{L"Skins", L"Skins\\inside.png", L"OldSkins.ini", L"Logo.png"}), BrandingLeft());
     EXPECT_EQ(harness::Lines(), session.Log());
-}
-
-const std::wstring kManager = L"SOFTWARE\\Kestra Technologies\\Install\\Kestra Quillon Install Manager";
-const std::wstring kManager32 =
-    L"SOFTWARE\\Wow6432Node\\Kestra Technologies\\Install\\Kestra Quillon Install Manager";
-
-TEST_F(RecordComponentKeysTest, ResetRebootKeyWritesNoInBothViewsAndSaysItFailed)
-{
-    SetText(HKLM, kManager, L"Ferrule_Reboot", L"Yes");
-    Session session;
-    EXPECT_EQ(0u, session.Call("ResetRebootKey"));
-    EXPECT_EQ(harness::Lines{L"TESSEL_CA ResetRebootKey failed"}, session.Log());
-    EXPECT_EQ(L"No", TextOf(HKLM, kManager, L"Ferrule_Reboot"));
-    EXPECT_EQ(L"No", TextOf(HKLM, kManager32, L"Ferrule_Reboot"));
 }
 
 }  // namespace

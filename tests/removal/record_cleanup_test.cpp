@@ -113,11 +113,15 @@ TEST_F(RecordCleanupTest, TheUninstallEntriesOfTheOlderInstallerAndOfTheInstallM
     for (const std::wstring& name : {legacy, manager})
         Keys(HKLM, {L"-" + kUninstall + name, L"-" + kUninstall32 + name})(legacySession);
     EXPECT_FALSE(Exists(uninstaller));
+    // ResetRebootKey writes "No" in both views and says it failed all the same.
+    SetText(HKLM, kManager, L"Ferrule_Reboot", L"Yes");
     Session session;
-    session.Call("ResetRebootKey");
+    EXPECT_EQ(0u, session.Call("ResetRebootKey"));
     EXPECT_EQ(1u, session.Call("RemoveFerruleEntry"));
     const std::wstring doubled = kUninstall + manager + L"\\\\";
     EXPECT_EQ((Lines{L"TESSEL_CA ResetRebootKey failed", Deleting(doubled), ShouldGo(doubled)}), session.Log());
+    EXPECT_TRUE(TextOf(HKLM, kManager, L"Ferrule_Reboot") == L"No" &&
+                TextOf(HKLM, L"SOFTWARE\\Wow6432Node\\" + kManager.substr(9), L"Ferrule_Reboot") == L"No");
 }
 
 // Hidden as a system component: a package of level 1 whose entry is found in either view.
