@@ -1,0 +1,213 @@
+// The settings store on real files, and the actions that change the install
+// manager's settings file, called through the DLL: what a load finds, and
+// exactly what a save leaves in the file.
+#include "harness/harness.h"
+
+#include "config/config_store.h"
+#include "framework/kestra_logger.h"
+
+using namespace harness;
+
+namespace {
+
+// What these tests touch: files in the scratch folder alone, which every test clears anyway.
+class ConfigTest : public ActionTest {
+protected:
+    ConfigTest() : ActionTest({}) {}
+};
+using ConfigStoreTest = ConfigTest;
+using UpdateActionsTest = ConfigTest;
+
+// The store with its settings in view, as "name=value|" each in the store's order.
+class Store : public Config {
+public:
+    std::wstring Settings() const
+    {
+        std::wstring text;
+        for (const auto& setting : m_settings)
+            text += setting.first + L"=" + setting.second + L"|";
+        return text;
+    }
+};
+
+const std::wstring kScratch = kScratchFolder;
+const std::wstring kPath = kScratch + L"InstallManager.cfg";
+
+// Each file is read-only, loaded, changed and saved twice: a save makes the file writable, patches it key by
+// key and keeps what it doesn't know; a second save changes nothing, but an empty value, which counts as
+// absent, is added again. Each rewrite gives the lines it keeps one CR more.
+TEST_F(ConfigStoreTest, LoadsAndSavesFilesAsTheFrameworkAlwaysHasAndRefusesAReadOnlyParent)
+{
+    const struct {
+        std::string before;
+        int encoding;
+        const wchar_t* loaded;
+        Rows set;  // an empty text removes
+        std::string after;  // empty: as before
+    } files[] = {
+        {"a=b=c\r\n=x\r\n#hidden=1\r\n[Section]\r\nv=1\rwith\r\n\r\nspaced = yes \r\n", 0,
+         L"=x|a=b=c|spaced = yes |v=1with|"},
+        {std::string("\xFF\xFE" "k\0=\0v\0\r\0\n\0", 12), 3, L"k=v|"},
+        {std::string("k\0=\0v\0", 6), 0, L""},                  // narrow text ends at its first zero byte
+        {"\xEF\xBB\xBFk=v\r\n", 0, L"\x00EF\x00BB\x00BFk=v|"},  // the UTF-8 mark is never recognised
+        {std::string("\xFE\xEF\0\0k\0=\0v\0", 10), 6, L"k=v|"},
+        {std::string("\0\0\xFF\xFEk\0=\0v\0", 10), 7, L"k=v|"},
+        {std::string("\xFE\xFFk\0=\0v\0", 8), 4, L"k=v|"},  // a big-endian mark is skipped, nothing swapped
+        {"", 0, L"<not loaded>", {{L"b", L"2"}, {L"a", L"1"}}, "a=1\r\nb=2\r\n"},
+        {"# comment\r\n[Unknown]\r\na=1\r\nb=2\r\nc=3\r\n", 0, L"a=1|b=2|c=3|",
+         {{L"b", L"20"}, {L"d", L"4"}, {L"c", L""}}, "# comment\r\r\r\n[Unknown]\r\r\r\na=1\r\r\r\nb=20\r\nd=4\r\n"},
+        // A name read last is patched first, and removed everywhere.
+        {"a=1\na=2\nb=x\n", 0, L"a=2|b=x|", {{L"a", L"3"}}, "a=3\r\na=2\r\nb=x\r\n"},
+        {"a=1\na=2\nb=x\n", 0, L"a=2|b=x|", {{L"a", L""}}, "b=x\r\n"},
+        {"e=\r\n", 0, L"e=|", {}, "e=\r\ne=\r\ne=\r\n"},
+    };
+    for (size_t i = 0; i < sizeof(files) / sizeof(files[0]); ++i) {
+        SCOPED_TRACE("file " + std::to_string(i));
+        const std::wstring path = kPath + std::to_wstring(i);
+        MakeFile(path, files[i].before, FILE_ATTRIBUTE_READONLY);
+        Store store;
+        store.SetString(L"before", L"1", 0);  // a load starts afresh, whether it works or not
+        const std::wstring loaded = store.LoadFile(path) ? L"" : L"<not loaded>";
+        EXPECT_EQ(files[i].encoding, DetectEncoding(path));
+        EXPECT_EQ(files[i].loaded, loaded + store.Settings());
+        for (const Row& setting : files[i].set)
+            store.SetString(setting.name, setting.value, 0);
+        EXPECT_TRUE(store.SaveFile(path) && store.SaveFile(path));
+        EXPECT_EQ(files[i].after.empty() ? files[i].before : files[i].after, ReadFileBytes(path));
+    }
+
+    // The patchers' reader is the loose one: comments count, and a line without "=" is its name.
+    const std::wstring first = kPath + L"0";
+    Config store;
+    std::wstring value;
+    EXPECT_EQ(1u, store.ReadFileValue(L"#hidden", value, first));
+    EXPECT_EQ(9u, store.ReadFileValue(L"[Section]\r", value, first));
+    EXPECT_EQ(L"[Section]", value);
+    EXPECT_FALSE(store.DeleteFileValue(L"missing", first));
+    EXPECT_FALSE(store.WriteFileValue(L"missing", L"9", first));
+
+    // A parent that can't be written is refused before any change, and the framework's log says so. An existing
+    // folder always passes (the run-time library checks only that it exists); a read-only file in its place
+    // doesn't.
+    const std::wstring library = ProgramFolder() + L"kestraLog.dll";
+    MakeFile(kScratch + L"ro", "x", FILE_ATTRIBUTE_READONLY);
+    CopyFileW((ProgramFolder() + L"kestra_log_standin.dll").c_str(), library.c_str(), FALSE);
+    store.SetString(L"a", L"1", 0);
+    EXPECT_FALSE(store.SaveFile(kScratch + L"ro\\InstallManager.cfg"));
+    KestraLogger::GetInstance().Unload();
+    DeleteFileW(library.c_str());
+    const std::string bytes = ReadFileBytes(kScratch + L"kestraLog.lines");
+    const std::wstring text(reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / 2);
+    EXPECT_EQ(0u, text.find(L"1|Configuration::[")) << text;
+    EXPECT_NE(std::wstring::npos, text.find(L"] The directory >C:\\tessel\\scratch\\ro< is not writable\n")) << text;
+}
+
+// A getter records its default unless empty; a setter refuses an empty name. A
+// list is settings name.1, name.2, ..., read back in the map's text order.
+TEST_F(ConfigStoreTest, TypedSettingsListsAndMerges)
+{
+    Store store;
+    StringList items;
+    for (int i = 1; i <= 10; ++i)
+        items.push_back(std::to_wstring(i));
+    items.push_back(L"");
+    store.SetList(L"a", StringList(13, L"stale"), 0);  // a list set anew loses its old items
+    store.SetList(L"a", items, 0);
+    store.SetString(L"a", L"plain", 0);
+    store.SetInt(L"ab.1", 5, 0);
+    store.SetBool(L"t", true, 0);
+    StringList list;
+    store.GetList(L"a", list);
+    EXPECT_EQ((StringList{L"plain", L"1", L"10", L"", L"2", L"3", L"4", L"5", L"6", L"7", L"8", L"9"}), list);
+    EXPECT_TRUE(store.Remove(L"a", true));
+    EXPECT_FALSE(store.Exists(L"a", true));
+    EXPECT_FALSE(store.Remove(L"a", true));
+
+    store.SetString(L"n", L"-42x", 0);
+    store.SetString(L"T", L"True", 0);  // only "true" is true
+    long number = 0;
+    unsigned int big = 0;
+    bool t = false, T = true;
+    std::wstring text;
+    EXPECT_EQ(std::make_tuple(true, true, true, false, false),
+              std::make_tuple(store.GetLong(L"n", number, 7), store.GetBool(L"t", t, false),
+                              store.GetBool(L"T", T, true), store.GetUInt(L"absentUInt", big, 4000000000u),
+                              store.GetString(L"absentText", text, L"")));
+    EXPECT_EQ(std::make_tuple(-42L, true, false, 4000000000u), std::make_tuple(number, t, T, big));
+    store.SetString(L"", L"x", 0);  // refused
+    EXPECT_EQ(L"T=True|a=plain|ab.1=5|absentUInt=4000000000|n=-42x|t=true|", store.Settings());
+
+    MakeFile(kPath, "a=new\r\nb=1\r\n");
+    EXPECT_TRUE(store.MergeFile(kPath));
+    EXPECT_EQ(L"T=True|a=new|ab.1=5|absentUInt=4000000000|b=1|n=-42x|t=true|", store.Settings());
+}
+
+const std::wstring kSuite = std::wstring(kScratchFolder) + L"Suite\\";
+const std::wstring kCfg = kSuite + L"Config\\InstallManager.cfg";  // UpdateCfg's
+const std::wstring kTesselCfg = kSuite + L"InstallManager.cfg";    // UpdateTesselCfg's
+
+Rows Data(const std::wstring& value) { return {{L"CustomActionData", value}}; }
+// Arranges the file; checks that it then holds `after`.
+std::function<void()> File(const std::wstring& path, const std::string& before)
+{
+    return [path, before] { MakeFile(path, before); };
+}
+std::function<void(Session&)> Holds(const std::wstring& path, const std::string& after)
+{
+    return [path, after](Session&) { EXPECT_EQ(after, ReadFileBytes(path)); };
+}
+
+TEST_F(UpdateActionsTest, UpdateCfgRemovesTheColourSettingsFromTheFileBelowTheFolder)
+{
+    // The ten colour settings in their order, "+" for those there to delete.
+    Lines log = {L"TESSEL_CA UpdateCfg: " + kSuite + L" \n"};
+    for (std::wstring colour :
+         {L"+UseCustomColor", L"+BackgroundColor", L"+FontColor", L"-FontDisableColor", L"-ButtonColor",
+          L"-ButtonDisableColor", L"+TextColorPast", L"-TextColorPresent", L"-TextColorFuture", L"+ButtonBrightness"})
+        log.push_back((colour[0] == L'+' ? L"TESSEL_CA successfully deleted " : L"TESSEL_CA failed to delete ") +
+                      colour.substr(1) + L" setting\n");
+    const std::wstring saved = L"TESSEL_CA successfully saved with " + kCfg + L" new settings \n";
+    log.push_back(saved);
+    RunCases({
+        // Five deletes, five rewrites: each kept line gains a CR at each.
+        {"colours", "UpdateCfg", Data(kSuite),
+         File(kCfg, "# Install manager settings\r\nLanguage=en\r\nUseCustomColor=1\r\nBackgroundColor=#202020\r\n"
+                    "[not a section]\r\nFontColor=white\r\nTextColorPast=grey\r\nButtonBrightness=80\r\n"
+                    "load_DLM=true\r\n"),
+         0, Exactly(log),
+         Holds(kCfg, "# Install manager settings\r\r\r\r\r\r\nLanguage=en\r\r\r\r\r\r\n[not a section]\r\r\r\r\r\r\n"
+                     "load_DLM=true\r\r\r\r\r\r\n")},
+        // A separator is put in where missing, and slashes are turned. A name twice is removed once, everywhere.
+        {"slashes", "UpdateCfg", Data(L"C:/tessel/scratch/Suite"),
+         File(kCfg, "UseCustomColor=1\nA=1\nUseCustomColor=0\n"), 0, Includes({log[1], saved}), Holds(kCfg, "A=1\r\n")},
+        {"no file", "UpdateCfg", Data(kSuite + L"Elsewhere\\"), nullptr, 0,
+         Exactly({L"TESSEL_CA UpdateCfg: " + kSuite + L"Elsewhere\\ \n"}), nullptr},
+        // An empty file can't be loaded: nothing is removed and nothing said.
+        {"empty file", "UpdateCfg", Data(kSuite), File(kCfg, ""), 0, Exactly({log[0]}), Holds(kCfg, "")},
+        {"unreadable", "UpdateCfg", Data(L"C:\\" + Repeat(L'd', 257)), nullptr, 0,
+         Exactly({L"TESSEL_CA Could not get INSTALLDIR in UpdateCfg  \n"}), nullptr},
+    });
+}
+
+// Three items or more: folder (with its separator), UseCustomColor, and with exactly three, load_DLM.
+TEST_F(UpdateActionsTest, UpdateTesselCfgSetsTheSettingsFoldedToLowerCase)
+{
+    const LogCheck started = Exactly({L"TESSEL_CA: UpdateTesselCfg  \n"});
+    const std::string colour = "UseCustomColor=x\r\n";
+    auto untouched = [&](const char* row, const std::wstring& data, const LogCheck& log) {
+        const char* action = "UpdateTesselCfg";
+        return ActionCase{row, action, Data(data), File(kTesselCfg, colour), 0, log, Holds(kTesselCfg, colour)};
+    };
+    RunCases({
+        {"three", "UpdateTesselCfg", Data(kSuite + L";Yes;;NO"),
+         File(kTesselCfg, "Language=en\r\nUseCustomColor=true\r\n"), 0,
+         Exactly({started.lines[0], L"TESSEL_CA Update config file " + kTesselCfg + L"\n"}),
+         Holds(kTesselCfg, "Language=en\r\r\nUseCustomColor=yes\r\nload_DLM=no\r\n")},
+        untouched("two", kSuite + L";1", started),
+        untouched("four", kSuite + L";X;a;b", {}),  // the same text already there: the file is not rewritten
+        untouched("no separator", kScratchFolder + std::wstring(L"Suite;a;b"), started),
+        untouched("unreadable", kSuite + L";" + Repeat(L'v', 1000) + L";b", started),
+    });
+}
+
+}  // namespace
