@@ -2,6 +2,7 @@
 // conformance tests build theirs.
 #include "harness/harness.h"
 
+#include <gmock/gmock.h>
 #include <msidefs.h>
 #include <objbase.h>
 
@@ -77,6 +78,31 @@ public:
     Activation(const Activation&) = delete;
     Activation& operator=(const Activation&) = delete;
 };
+
+void ExpectLog(const Session& session, const LogCheck& check)
+{
+    const Lines log = session.Log();
+    switch (check.mode) {
+    case LogCheck::kUnchecked:
+        break;
+    case LogCheck::kExact:
+        EXPECT_EQ(check.lines, log);
+        break;
+    case LogCheck::kIncludes: {
+        Lines::const_iterator at = log.begin();
+        for (const std::wstring& line : check.lines) {
+            at = std::find(at, log.end(), line);
+            if (at == log.end()) {
+                ADD_FAILURE() << "the log lacks, in this order: " << ::testing::PrintToString(line)
+                              << "\nlog: " << ::testing::PrintToString(log);
+                return;
+            }
+            ++at;
+        }
+        break;
+    }
+    }
+}
 
 }  // namespace
 
@@ -176,6 +202,23 @@ std::wstring ProgramFolder()
     DWORD length = GetModuleFileNameW(NULL, path, MAX_PATH);
     std::wstring folder(path, length);
     return folder.substr(0, folder.find_last_of(L'\\') + 1);
+}
+
+void ActionTest::RunCases(const std::vector<ActionCase>& cases)
+{
+    for (size_t i = 0; i < cases.size(); ++i) {
+        const ActionCase& row = cases[i];
+        SCOPED_TRACE("row \"" + row.row + "\" (" + row.action + ")");
+        if (i > 0)
+            ClearArea(area_);
+        if (row.arrange)
+            row.arrange();
+        Session session(row.properties, row.kestraRows);
+        EXPECT_EQ(row.result, session.Call(row.action));
+        ExpectLog(session, row.log);
+        if (row.check)
+            row.check(session);
+    }
 }
 
 }  // namespace harness

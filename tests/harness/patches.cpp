@@ -1,7 +1,9 @@
-// Points one import slot of a loaded module at a stand-in, for the failures a
-// real machine won't produce on demand.
+// Stand-ins behind a loaded module's import slots, for the failures a real
+// machine won't produce on demand: refused property sets, and a clock of the
+// test's own so that the library's long waits and spins cost no real time.
 #include "harness/harness.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace harness {
@@ -39,6 +41,34 @@ void WriteSlot(void** slot, void* value)
     VirtualProtect(slot, sizeof(void*), protection, &protection);
 }
 
+// One set of refusals at a time.
+std::vector<std::wstring> g_refusedNames;
+
+UINT WINAPI FilteredSetProperty(MSIHANDLE session, LPCWSTR name, LPCWSTR value)
+{
+    if (name && std::find(g_refusedNames.begin(), g_refusedNames.end(), name) != g_refusedNames.end())
+        return ERROR_FUNCTION_FAILED;
+    return MsiSetPropertyW(session, name, value);
+}
+
+ULONGLONG g_start = 0;
+ULONGLONG g_now = 0;
+// Found by name: in a patched program, ::Sleep would be the stand-in itself.
+const auto g_realSleep = reinterpret_cast<decltype(&Sleep)>(
+    reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "Sleep")));
+
+void WINAPI FakeSleep(DWORD ms)
+{
+    g_now += ms;
+    // Let the other side (a service, a child) run a little meanwhile.
+    g_realSleep(0);
+}
+
+DWORD WINAPI FakeTickCount()
+{
+    return static_cast<DWORD>(++g_now);
+}
+
 }  // namespace
 
 ImportPatch::ImportPatch(HMODULE module, const char* dll, const char* function, void* standIn)
@@ -50,6 +80,31 @@ ImportPatch::ImportPatch(HMODULE module, const char* dll, const char* function, 
 ImportPatch::~ImportPatch()
 {
     WriteSlot(slot_, original_);
+}
+
+RefusedPropertySets::RefusedPropertySets(std::initializer_list<std::wstring> names)
+    : patch_(TesselDll(), "msi.dll", "MsiSetPropertyW", reinterpret_cast<void*>(FilteredSetProperty))
+{
+    g_refusedNames.assign(names.begin(), names.end());
+}
+
+RefusedPropertySets::~RefusedPropertySets()
+{
+    g_refusedNames.clear();
+}
+
+FakeClock::FakeClock(HMODULE module)
+    : sleep_(module, "kernel32.dll", "Sleep", reinterpret_cast<void*>(FakeSleep)),
+      tick_(module, "kernel32.dll", "GetTickCount", reinterpret_cast<void*>(FakeTickCount))
+{
+    g_start = g_now = ::GetTickCount64();
+}
+
+FakeClock::~FakeClock() {}
+
+ULONGLONG FakeClock::Elapsed()
+{
+    return g_now - g_start;
 }
 
 }  // namespace harness

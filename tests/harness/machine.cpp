@@ -1,6 +1,10 @@
-// Setting up and checking registry values and files, one way for every test.
+// The machine the tests run on: setting up and checking registry values and
+// files one way for every test, clearing what a test program's actions touch
+// (with the lock that keeps test programs run side by side under ctest -j off
+// each other), and running child programs and the recording program.
 #include "harness/harness.h"
 
+#include <shellapi.h>
 #include <shlobj.h>
 
 #include <memory>
@@ -41,6 +45,56 @@ Lines Enumerate(HKEY root, const std::wstring& key, REGSAM view, bool values)
         names.push_back(name);
     }
     return names;
+}
+
+void DeleteFolderTree(const std::wstring& folder)
+{
+    // SHFileOperationW wants a list ending in two nulls.
+    const std::wstring from = folder + L'\0';
+    SHFILEOPSTRUCTW operation = {};
+    operation.wFunc = FO_DELETE;
+    operation.pFrom = from.c_str();
+    operation.fFlags = FOF_NO_UI;
+    if (Exists(folder))
+        SHFileOperationW(&operation);
+}
+
+// Stops a test service, ending its process if it won't stop, and deletes it.
+void RemoveService(SC_HANDLE manager, const wchar_t* name)
+{
+    SC_HANDLE service = OpenServiceW(manager, name, SERVICE_ALL_ACCESS);
+    if (service == NULL)
+        return;
+    SERVICE_STATUS_PROCESS status = {};
+    DWORD needed = 0;
+    SERVICE_STATUS ignored = {};
+    ControlService(service, SERVICE_CONTROL_STOP, &ignored);
+    for (int poll = 0; poll < 20; ++poll, Sleep(50))
+        if (!QueryServiceStatusEx(service, SC_STATUS_PROCESS_INFO, reinterpret_cast<LPBYTE>(&status), sizeof(status),
+                                  &needed) ||
+            status.dwCurrentState == SERVICE_STOPPED)
+            break;
+    // Wine goes on reporting an ended process's last state; the delete works all the same.
+    if (HANDLE process = status.dwCurrentState == SERVICE_STOPPED
+                             ? NULL
+                             : OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, status.dwProcessId)) {
+        TerminateProcess(process, 1);
+        WaitForSingleObject(process, 5000);
+        CloseHandle(process);
+    }
+    DeleteService(service);
+    CloseServiceHandle(service);
+    // The name is free once the manager has let the service go.
+    for (int attempt = 0; attempt < 100 && (service = OpenServiceW(manager, name, SERVICE_QUERY_STATUS)); ++attempt) {
+        CloseServiceHandle(service);
+        Sleep(50);
+    }
+}
+
+HANDLE MachineLock()
+{
+    static HANDLE mutex = CreateMutexW(NULL, FALSE, L"Local\\TesselCA.MachineState");
+    return mutex;
 }
 
 }  // namespace
@@ -188,6 +242,79 @@ std::string ReadFileBytes(const std::wstring& path)
     ReadFile(file, &bytes[0], static_cast<DWORD>(bytes.size()), &read, NULL);
     CloseHandle(file);
     return bytes;
+}
+
+void ClearArea(const Area& area)
+{
+    for (const KeyTree& tree : area.keys) {
+        DeleteRegTree(tree.root, tree.path, KEY_WOW64_64KEY);
+        DeleteRegTree(tree.root, tree.path, KEY_WOW64_32KEY);
+    }
+    DeleteFolderTree(kScratchFolder);
+    for (const std::wstring& folder : area.folders)
+        DeleteFolderTree(folder);
+    // The prefix is the tests' own: whatever a test queued for the restart goes.
+    RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kSessionManager, L"PendingFileRenameOperations");
+    SC_HANDLE manager = area.services.empty() ? NULL : OpenSCManagerW(NULL, NULL, SC_MANAGER_ALL_ACCESS);
+    if (manager == NULL)
+        return;
+    for (const std::wstring& service : area.services)
+        RemoveService(manager, service.c_str());
+    CloseServiceHandle(manager);
+}
+
+void ActionTest::SetUp()
+{
+    // An abandoned lock (a test program that died) is ours all the same.
+    WaitForSingleObject(MachineLock(), INFINITE);
+    ClearArea(area_);
+}
+
+void ActionTest::TearDown()
+{
+    ClearArea(area_);
+    ReleaseMutex(MachineLock());
+}
+
+DWORD RunToExit(const std::wstring& commandLine, DWORD timeoutMs)
+{
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION process = {};
+    std::wstring line = commandLine;
+    if (!CreateProcessW(NULL, &line[0], NULL, NULL, FALSE, 0, NULL, NULL, &startup, &process))
+        throw std::runtime_error("CreateProcessW failed");
+    DWORD exitCode = STILL_ACTIVE;
+    if (WaitForSingleObject(process.hProcess, timeoutMs) == WAIT_TIMEOUT)
+        TerminateProcess(process.hProcess, STILL_ACTIVE);
+    WaitForSingleObject(process.hProcess, INFINITE);
+    GetExitCodeProcess(process.hProcess, &exitCode);
+    CloseHandle(process.hThread);
+    CloseHandle(process.hProcess);
+    return exitCode;
+}
+
+void InstallRecorder(const std::wstring& targetPath)
+{
+    MakeFolders(targetPath.substr(0, targetPath.find_last_of(L'\\')));
+    if (!CopyFileW((ProgramFolder() + L"recorder.exe").c_str(), targetPath.c_str(), FALSE))
+        throw std::runtime_error("the recording program could not be copied");
+    DeleteFileW((targetPath + L".cmdline").c_str());
+}
+
+std::vector<std::wstring> RecordedCommandLines(const std::wstring& programPath)
+{
+    // One UTF-8 line per run.
+    const std::string bytes = ReadFileBytes(programPath + L".cmdline");
+    std::vector<std::wstring> lines;
+    for (size_t start = 0, end; bytes != "<missing>" && (end = bytes.find('\n', start)) != std::string::npos;
+         start = end + 1) {
+        const int count = static_cast<int>(end - start);
+        std::wstring line(MultiByteToWideChar(CP_UTF8, 0, &bytes[start], count, NULL, 0), L'\0');
+        MultiByteToWideChar(CP_UTF8, 0, &bytes[start], count, &line[0], static_cast<int>(line.size()));
+        lines.push_back(line);
+    }
+    return lines;
 }
 
 }  // namespace harness
