@@ -4,15 +4,13 @@
 
 #include "harness/harness.h"
 
-inline harness::Area ToolkitArea()
-{
-    return {{{HKEY_LOCAL_MACHINE, L"SOFTWARE\\TesselTest"}, {HKEY_CLASSES_ROOT, L"SOFTWARE\\TesselTest"},
-             {HKEY_CURRENT_USER, L"SOFTWARE\\Orvel"}},
-            {},
-            {L"TesselTestService"}};
-}
+inline const harness::Area kToolkitArea = {{{HKEY_LOCAL_MACHINE, L"SOFTWARE\\TesselTest"},
+                                            {HKEY_CLASSES_ROOT, L"SOFTWARE\\TesselTest"},
+                                            {HKEY_CURRENT_USER, L"SOFTWARE\\Orvel"}},
+                                           {},
+                                           {L"TesselTestService"}};
 
 class ToolkitTest : public harness::ActionTest {
 protected:
-    ToolkitTest() : ActionTest(ToolkitArea()) {}
+    ToolkitTest() : ActionTest(kToolkitArea) {}
 };

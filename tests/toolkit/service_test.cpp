@@ -1,10 +1,12 @@
 // The service layer against the prefix's service manager, with a test service
-// whose binary path says how it starts and stops. Each operation runs in
-// service_probe.exe, which records its debugger messages; waits that would
-// take seconds run there on a fake clock.
+// whose binary path says how it starts and stops. The operations' debugger
+// messages are caught at the program's import; waits that would take seconds
+// run on a fake clock.
 #include "toolkit/area.h"
 
 #include "toolkit/service.h"
+
+#include <memory>
 
 using namespace harness;
 
@@ -16,6 +18,14 @@ const wchar_t kService[] = L"TesselTestService", kTimeout[] = L"Error: Timeout w
 enum Scene { kAbsent, kStopped, kDisabled, kRunning, kStopping, kStarting };
 const DWORD kStates[] = {0, SERVICE_STOPPED, SERVICE_STOPPED, SERVICE_RUNNING, SERVICE_STOP_PENDING,
                          SERVICE_START_PENDING};
+
+// The polls of a pending stop show as one line: the fake clock tells how many there were.
+Lines g_said;
+void WINAPI Record(LPCWSTR text)
+{
+    if (g_said.empty() || g_said.back() != kPending || text != std::wstring(kPending))
+        g_said.push_back(text);
+}
 
 // The service's state; 0 when there is none.
 DWORD State()
@@ -51,20 +61,9 @@ void Arrange(Scene scene, const std::wstring& behaviour)
 
 TEST_F(ToolkitTest, ServiceOperationsWaitAndSayWhatHappened)
 {
-    const auto afterPolls = [](size_t polls, Lines then) {
-        then.insert(then.begin(), polls, kPending);
-        return then;
-    };
     // Where the service is, how it behaves, the operation ("fake ...": on the fake clock), its result and
-    // messages (a bare "clock": any reading; `underWay`: after some "stop pending" lines), and the state after.
-    const struct {
-        Scene before;
-        const wchar_t *behaviour, *operation;
-        DWORD result;
-        Lines said;
-        Scene after;
-        bool underWay;
-    } rows[] = {
+    // messages (a bare "clock": any reading), and the state after.
+    const struct { Scene before; std::wstring behaviour, operation; bool result; Lines said; Scene after; } rows[] = {
         {kStopped, L"start=2500 hint=1000", L"start", 1, {L"Service started successfully.\n"}, kRunning},  // rising
         {kRunning, L"", L"start", 1, {}, kRunning},
         {kAbsent, L"", L"start", 0, {}, kAbsent},
@@ -76,42 +75,33 @@ TEST_F(ToolkitTest, ServiceOperationsWaitAndSayWhatHappened)
         {kStopping, L"stop=1500 hint=1500", L"fake start", 0, {kTimeout, L"clock"}, kStopped},
         {kRunning, L"", L"stop", 1, {L"Service stopped successfully.\n"}, kStopped},
         {kStopped, L"", L"stop", 1, {L"Service is already stopped.\n"}, kStopped},
-        {kAbsent, L"", L"stop", 0, {}, kAbsent},
         {kRunning, L"refuse", L"stop", 0, {L"Error: ControlService failed.\n"}, kRunning},
-        {kStopping, L"stop=2500 hint=1000", L"stop", 1, {L"Service stopped successfully.\n"}, kStopped, true},
+        {kStopping, L"stop=2500 hint=1000", L"stop", 1, {kPending, L"Service stopped successfully.\n"}, kStopped},
         // Sleeps of the raw hint, 3000 ms each with the tick read, until over 30 s from entry.
         {kRunning, L"stop=600000 hint=2999", L"fake stop", 0, {kTimeout, L"clock 33001"}, kStopping},
-        // One line for each poll, a tenth of the hint within 1 and 10 s, until over 30 s from entry.
-        {kStopping, L"stop=600000 hint=14990 flat", L"fake stop", 0, afterPolls(21, {kGaveUp, L"clock 31501"}),
-         kStopping},
-        {kStopping, L"stop=600000 hint=200000 flat", L"fake stop", 0, afterPolls(3, {kGaveUp, L"clock 30004"}),
-         kStopping},
+        // Polls of a tenth of the hint within 1 and 10 s (21 and 3 here), until over 30 s from entry.
+        {kStopping, L"stop=600000 hint=14990 flat", L"fake stop", 0, {kPending, kGaveUp, L"clock 31501"}, kStopping},
+        {kStopping, L"stop=600000 hint=200000 flat", L"fake stop", 0, {kPending, kGaveUp, L"clock 30004"}, kStopping},
         {kRunning, L"stop=600000 hint=2999", L"fake quiet", 0, {L"clock 33001"}, kStopping},
     };
+    ImportPatch messages(GetModuleHandleW(NULL), "kernel32.dll", "OutputDebugStringW",
+                         reinterpret_cast<void*>(Record));
     for (const auto& row : rows) {
-        SCOPED_TRACE(std::wstring(row.operation) + L" " + row.behaviour);
-        ClearArea(ToolkitArea());
+        SCOPED_TRACE(row.operation + L" " + row.behaviour);
+        ClearArea(kToolkitArea);
         Arrange(row.before, row.behaviour);
-        const std::wstring probe = L"\"" + ProgramFolder() + L"service_probe.exe\" ";
-        EXPECT_EQ(row.result, RunToExit(probe + row.operation + L" " + kService, 20000));
-        const std::string recorded = ReadFileBytes(std::wstring(kScratchFolder) + L"probe.messages");
-        Lines said;
-        for (size_t start = 0, end; (end = recorded.find('\x1e', start)) != std::string::npos; start = end + 1)
-            said.push_back(std::wstring(recorded.begin() + start, recorded.begin() + end));
-        if (!said.empty() && !row.said.empty() && row.said.back() == L"clock")
-            said.back().resize(5);
-        size_t pending = 0;
-        while (row.underWay && pending + 1 < said.size() && said[pending] == kPending)
-            ++pending;
-        EXPECT_EQ(row.underWay, pending > 0);
-        EXPECT_EQ(row.said, Lines(said.begin() + pending, said.end()));
+        g_said.clear();
+        std::unique_ptr<FakeClock> clock(row.operation[0] == L'f' ? new FakeClock(GetModuleHandleW(NULL)) : nullptr);
+        EXPECT_EQ(row.result, row.operation.find(L"start") != std::wstring::npos  ? StartServiceAndWait(kService)
+                              : row.operation.find(L"stop") != std::wstring::npos ? StopServiceAndWait(kService)
+                                                                                  : StopServiceQuietly(kService));
+        if (clock)
+            g_said.push_back(row.said.back() == L"clock" ? L"clock" : L"clock " + std::to_wstring(clock->Elapsed()));
+        EXPECT_EQ(row.said, g_said);
         EXPECT_EQ(kStates[row.after], State());
     }
-}
-
-// In this process, where a handle left open would keep the service listed, marked for deletion.
-TEST_F(ToolkitTest, DeleteServiceByNameRemovesTheService)
-{
+    // A handle left open would keep the service listed, marked for deletion.
+    ClearArea(kToolkitArea);
     Arrange(kStopped, L"");
     DeleteServiceByName(kService);
     EXPECT_EQ(0u, State());

@@ -8,16 +8,13 @@
 
 namespace {
 
-// The number after `name` on the command line, 0 without it.
+// The number after `name` on the command line; 0 without it, 1 for a bare word.
 DWORD Option(const wchar_t* name)
 {
     const wchar_t* at = wcsstr(GetCommandLineW(), name);
-    return at != NULL ? wcstoul(at + wcslen(name), NULL, 10) : 0;
+    return at == NULL ? 0 : at[wcslen(name)] == L'=' ? wcstoul(at + wcslen(name) + 1, NULL, 10) : 1;
 }
 
-const DWORD g_start = Option(L" start="), g_stop = Option(L" stop="), g_hint = Option(L" hint=");
-const bool g_flat = wcsstr(GetCommandLineW(), L" flat") != NULL;
-const bool g_refuse = wcsstr(GetCommandLineW(), L" refuse") != NULL;
 SERVICE_STATUS_HANDLE g_handle;
 SERVICE_STATUS g_status = {SERVICE_WIN32_OWN_PROCESS};
 HANDLE g_stopAsked = CreateEventW(NULL, TRUE, FALSE, NULL);
@@ -27,12 +24,12 @@ void Report(DWORD state, DWORD ms = 0)
 {
     const bool pending = state == SERVICE_START_PENDING || state == SERVICE_STOP_PENDING;
     g_status.dwCurrentState = state;
-    g_status.dwControlsAccepted = state == SERVICE_RUNNING && !g_refuse ? SERVICE_ACCEPT_STOP : 0;
+    g_status.dwControlsAccepted = state == SERVICE_RUNNING && !Option(L" refuse") ? SERVICE_ACCEPT_STOP : 0;
     g_status.dwCheckPoint = pending ? 1 : 0;
-    g_status.dwWaitHint = pending ? g_hint : 0;
+    g_status.dwWaitHint = pending ? Option(L" hint") : 0;
     for (DWORD waited = 0; SetServiceStatus(g_handle, &g_status) && waited < ms; waited += 250) {
         Sleep(250);
-        g_status.dwCheckPoint += g_flat ? 0 : 1;
+        g_status.dwCheckPoint += Option(L" flat") ? 0 : 1;
     }
 }
 
@@ -48,10 +45,10 @@ DWORD WINAPI OnControl(DWORD control, DWORD, LPVOID, LPVOID)
 void WINAPI ServiceMain(DWORD, LPWSTR* argv)
 {
     g_handle = RegisterServiceCtrlHandlerExW(argv[0], OnControl, NULL);
-    Report(SERVICE_START_PENDING, g_start);
+    Report(SERVICE_START_PENDING, Option(L" start"));
     Report(SERVICE_RUNNING);
     WaitForSingleObject(g_stopAsked, INFINITE);
-    Report(SERVICE_STOP_PENDING, g_stop);
+    Report(SERVICE_STOP_PENDING, Option(L" stop"));
     Report(SERVICE_STOPPED);
 }
 
