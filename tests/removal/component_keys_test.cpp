@@ -31,7 +31,6 @@ TEST_F(RecordComponentKeysTest, EachComponentsKeysGoInTheViewsOfItsAction)
          Exactly({L"TESSEL_CA: SearchVaneRegKey  \n"}), Keys(HKLM, {L"-" + kKestra, L"-" + kKestra32})},
         {"Kestra, 32-bit view only", "DeleteKestraKey", {}, both({kKestra + L"\\Vane\\Deeper"}), 0, Exactly({}),
          Keys(HKLM, {kKestra + L"\\Vane", L"-" + kKestra32})},
-        {"Kestra, again", "DeleteKestraKey", {}, nullptr, 0, Exactly({}), nullptr},
         {"Halyard, HKLM only", "DeleteHalyardKEY", {}, both({kOrvel + L"Halyard\\Skins", kOrvel + L"Sorrel"}, true), 0,
          Exactly({}),
          [](Session& session) {

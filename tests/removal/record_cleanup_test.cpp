@@ -158,7 +158,7 @@ TEST_F(RecordCleanupTest, RemoveARPEntriesHidesOrdinaryPackagesOnly)
 }
 
 // NoRepair is written only when the install manager's settings hold the line "NoRepair=Yes". Success is 1,
-// also for an entry in the 32-bit view only; a product code that can't be read gives 0.
+// also for an entry in the 32-bit view only.
 TEST_F(RecordCleanupTest, DisableRepairForFerruleWritesNoRepairWhenTheSettingsSayExactlyYes)
 {
     auto settings = [](const std::string& line) {
@@ -185,8 +185,6 @@ TEST_F(RecordCleanupTest, DisableRepairForFerruleWritesNoRepairWhenTheSettingsSa
          noRepair(1, no)},
         {"yes, 32-bit entry", "DisableRepairForFerrule", Data(TESSEL_TEST_PRODUCT_2), settings("NoRepair=Yes"), 1,
          started, noRepair(no, 1)},
-        {"yes, unreadable code", "DisableRepairForFerrule", Data(Repeat(L'{', 260)), settings("NoRepair=Yes"), 0,
-         started, noRepair(no, no)},
         {"an empty OriginalDB", "DisableRepairForFerrule", {}, [] { SetText(HKLM, kManager, L"OriginalDB", L""); }, 0,
          Exactly({}), nullptr},
     });
