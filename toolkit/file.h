@@ -25,7 +25,8 @@ public:
     // bare name, otherwise the parent without a trailing backslash.
     std::wstring GetParentPath() const;
     // A missing path counts as removed. A directory answers false when it
-    // went and true when it stayed; a file answers true when it went.
+    // went and true when it stayed, as a root always does; a file answers
+    // true when it went.
     bool Remove();
 
     std::wstring m_path;
@@ -57,6 +58,10 @@ bool FindLineInStream(std::wistream& stream, const std::wstring& line);
 
 // Copies the tree, overwriting read-only targets; goes on after a failure.
 bool CopyDirectory(const std::wstring& source, const std::wstring& destination);
+
+// The three deletes refuse an empty path and a root (a drive, "\", a share)
+// with their usual failure, before any system call.
+
 // Deletes by hand; files in use are left for the next restart. True only when
 // the top directory has gone, after up to 500 ms of retrying.
 bool removeDirRecursive(const std::wstring& path);

@@ -34,6 +34,10 @@ int ShellDelete(const wchar_t* from, bool allowUndo)
     return SHFileOperationW(&operation);
 }
 
+// SHFileOperationW's answers for a root (DE_ROOTDIR) and for no path (DE_INVALIDFILES).
+const int kShellRootDirectory = 116;
+const int kShellInvalidFiles = 124;
+
 // Texts for SHFileOperationW's own result codes; NULL for the system's codes.
 const wchar_t* ShellErrorText(int result)
 {
@@ -95,7 +99,7 @@ bool CopyDirectory(const std::wstring& source, const std::wstring& destination)
 
 bool removeDirRecursive(const std::wstring& path)
 {
-    if (!IsDirectory(path))
+    if (!NamesFolderBelowRoot(path) || !IsDirectory(path))
         return false;
     if (!PathExists(path))
         return true;
@@ -131,6 +135,8 @@ bool removeDirRecursive(const std::wstring& path)
 
 bool DeleteTree(const wchar_t* path, int permanent)
 {
+    if (!NamesFolderBelowRoot(path))
+        return false;
     std::unique_ptr<wchar_t[]> from = DoubleNulCopy(path, wcslen(path));
     return ShellDelete(from.get(), permanent == 0) == 0;
 }
@@ -152,7 +158,11 @@ bool DeleteDirectory(const wchar_t* path, int allow_undo)
         from[length - 1] = L'\0';
 
     LogMessage(g_hSession, L"TESSEL_CA DeleteDirectory attempting to delete %s \n", from.get());
-    int result = ShellDelete(from.get(), allow_undo != 0);
+    // A root, or nothing at all, never reaches the shell; the shell's own
+    // codes for those say why.
+    int result = NamesFolderBelowRoot(from.get()) ? ShellDelete(from.get(), allow_undo != 0)
+                 : from[0] == L'\0'                ? kShellInvalidFiles
+                                                   : kShellRootDirectory;
     if (result == 0) {
         LogMessage(g_hSession, L"TESSEL_CA DeleteDirectory %s: no errors using SHFileOperation.  \n", from.get());
         return true;

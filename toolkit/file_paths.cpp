@@ -2,6 +2,7 @@
 #include "toolkit/file.h"
 
 #include "frame/frame.h"
+#include "toolkit/file_walk.h"
 
 #include <shlwapi.h>
 
@@ -57,6 +58,10 @@ std::wstring CFileBase::GetParentPath() const
 
 bool CFileBase::Remove()
 {
+    // A root stays, which a directory answers with true; so does the empty
+    // path, true as it always was for a path that isn't there.
+    if (!NamesFolderBelowRoot(m_path))
+        return true;
     if (!PathExists(m_path))
         return true;
     // Callers have always had 0 back for a directory that went.
@@ -65,6 +70,41 @@ bool CFileBase::Remove()
     if (!SetWritable(m_path, true))
         return false;
     return DeleteFileW(m_path.c_str()) != 0;
+}
+
+bool NamesFolderBelowRoot(const std::wstring& path)
+{
+    std::wstring rest = path;
+    std::replace(rest.begin(), rest.end(), L'/', L'\\');
+    // Leading components that name the root itself: the device after "\\?\",
+    // "\\.\" or "\??\" (three with UNC\server\share), or a share's server and name.
+    size_t rootParts = 0;
+    if (rest.compare(0, 4, L"\\\\?\\") == 0 || rest.compare(0, 4, L"\\\\.\\") == 0 ||
+        rest.compare(0, 4, L"\\??\\") == 0) {
+        rest.erase(0, 4);
+        rootParts = CompareNoCase(rest.substr(0, 4), L"UNC\\") == 0 ? 3 : 1;
+    } else if (rest.compare(0, 2, L"\\\\") == 0) {
+        rootParts = 2;
+    } else if (rest.size() >= 2 && rest[1] == L':') {
+        rest.erase(0, 2);
+    }
+    // Windows drops "." and trailing dots and blanks, and ".." climbs; a
+    // wildcard names no folder either.
+    size_t depth = 0;
+    for (size_t start = 0; start < rest.size();) {
+        size_t end = std::min(rest.find(L'\\', start), rest.size());
+        const std::wstring part = rest.substr(start, end - start);
+        start = end + 1;
+        if (part.empty())
+            continue;
+        if (rootParts > 0)
+            --rootParts;
+        else if (part == L"..")
+            depth -= depth > 0 ? 1 : 0;
+        else if (part.find_first_not_of(L". ") != std::wstring::npos && part.find_first_of(L"*?") == std::wstring::npos)
+            ++depth;
+    }
+    return depth > 0;
 }
 
 bool PathExists(const std::wstring& path)

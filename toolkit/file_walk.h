@@ -1,5 +1,5 @@
 // The one walk over a folder's entries that the searches, the copy and the
-// hand-made delete share. Internal to the file layer.
+// deletes share, and the deletes' test of a path. Internal to the file layer.
 #pragma once
 
 #include <windows.h>
@@ -16,6 +16,12 @@ inline bool IsFolderEntry(const WIN32_FIND_DATAW& entry)
 {
     return (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
+
+// False for a path that names no folder below a root: empty, a drive ("C:",
+// "C:\", "\\?\C:\"), the current drive's root ("\"), a share
+// ("\\server\share"), or one of these with nothing but separators, dots or
+// wildcards after it. The deletes refuse such a path before any system call.
+bool NamesFolderBelowRoot(const std::wstring& path);
 
 // Calls visit(entry) for every entry FindFirstFileW finds for `pattern`, "."
 // and ".." included; with `skipFirst`, from the second entry on. False only

@@ -201,6 +201,14 @@ const wchar_t kSessionManager[] = L"SYSTEM\\CurrentControlSet\\Control\\Session 
 // A folder for a test's own files, removed before and after each test.
 const wchar_t kScratchFolder[] = L"C:\\tessel\\scratch\\";
 
+// Q:, the throw-away drive that ctest's fixture maps to C:\tessel\q\
+// (tests/harness/drive_and_links.sh), made the current directory: a lone "\"
+// or "Q:" then reaches nothing but that folder, which holds kThrowAwayFile.
+// False, and the current directory left alone, when Q: isn't that folder.
+// ActionTest's TearDown goes back to the program's folder.
+const wchar_t kThrowAwayFile[] = L"C:\\tessel\\q\\kept.txt";
+bool EnterThrowAwayDrive();
+
 // Folder of the running test program, with a trailing backslash.
 std::wstring ProgramFolder();
 

@@ -272,8 +272,16 @@ void ActionTest::SetUp()
 
 void ActionTest::TearDown()
 {
+    SetCurrentDirectoryW(ProgramFolder().c_str());
     ClearArea(area_);
     ReleaseMutex(MachineLock());
+}
+
+bool EnterThrowAwayDrive()
+{
+    // Written through C: and read back through Q:, which proves Q: is that folder.
+    MakeFile(kThrowAwayFile, "throw-away");
+    return ReadFileBytes(L"Q:\\kept.txt") == "throw-away" && SetCurrentDirectoryW(L"Q:\\");
 }
 
 DWORD RunToExit(const std::wstring& commandLine, DWORD timeoutMs)

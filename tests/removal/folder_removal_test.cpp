@@ -40,10 +40,11 @@ std::function<void()> Suite(Rows values, const Lines& paths)
 
 using FolderRemovalTest = RemovalTest;
 
-// Every DeleteFolder row without InstallDir keeps the Orvel folder absent or holding a file at the end:
-// otherwise the last delete is handed a lone backslash, the current drive's root, which Wine's shell would empty.
+// The rows run on Q:, a throw-away drive: without InstallDir, the last delete is handed a lone backslash, the
+// current drive's root, which Windows' shell refuses and Wine's would empty.
 TEST_F(FolderRemovalTest, DeleteFolderRunsEveryStepAndAnswersWithTheLastDelete)
 {
+    ASSERT_TRUE(EnterThrowAwayDrive());
     const std::wstring package = kScratch + L"Package\\", kestraSuite = kKestra + L"Suite";
     const std::wstring orvelSuite = kOrvel + L"\\Suite", suiteFolder = orvelSuite + L"\\";
     const std::wstring halyard = kOrvel + L"\\Halyard\\Halyard.exe";
@@ -85,6 +86,12 @@ TEST_F(FolderRemovalTest, DeleteFolderRunsEveryStepAndAnswersWithTheLastDelete)
          Includes({T4(kOrvel), T1(kestraSuite + L"\\"), Deleted(kKestra)}), Present({kKestra}, {kestraSuite})},
         {"no InstallDir", "DeleteFolder", {}, Suite({}, {halyard}), 1603, Includes({kInstFolder, T4(kKestra)}),
          Present({halyard}, {kFerrule})},
+        // The install manager's folder was all Orvel held: the drive's root is refused.
+        {"no InstallDir, Orvel emptied", "DeleteFolder", {}, Suite({}, {}), 1603,
+         Includes({T4(kOrvel), T1(L"\\"), Deleted(kOrvel),
+                   L"TESSEL_CA DeleteDirectory \\ Error: Source is a root directory, cannot be moved or renamed. \n",
+                   L"TESSEL_CA Could not delete directory, " + kKestra + L" \n"}),
+         Present({kThrowAwayFile}, {kOrvel})},
         // On the marker the driver's folder goes; without FerruleInstallDir the next step names it again. The
         // marker stays.
         {"filter driver marker", "DeleteFolder", {},

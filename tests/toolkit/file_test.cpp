@@ -6,6 +6,7 @@
 
 #include <gmock/gmock.h>
 
+#include <functional>
 #include <sstream>
 
 using namespace harness;
@@ -132,5 +133,71 @@ TEST_F(FileTest, DeletesOfADirectory)
                             del + L"missing\\deeper Error: The paths in the source or destination were invalid. \n",
                             attempt + L"missing \n", del + L"missing Error: File not found.\r\n. \n"));
 }
+
+int g_reached = 0;
+
+// In place of the first system calls of each delete. On x64 it may ignore the arguments: -1 is a failure to
+// each but PathIsDirectoryW, after which _waccess's -1 ends the delete.
+LONG_PTR WINAPI Reached()
+{
+    ++g_reached;
+    return -1;
+}
+
+ImportPatch StandIn(const char* dll, const char* function)
+{
+    return ImportPatch(GetModuleHandleW(NULL), dll, function, reinterpret_cast<void*>(&Reached));
+}
+
+struct StandIns {
+    ImportPatch attributes = StandIn("kernel32.dll", "GetFileAttributesW");
+    ImportPatch find = StandIn("kernel32.dll", "FindFirstFileW"), folder = StandIn("shlwapi.dll", "PathIsDirectoryW");
+    ImportPatch access = StandIn("msvcrt.dll", "_waccess"), shell = StandIn("shell32.dll", "SHFileOperationW");
+};
+
+// Roots and the empty path are refused before any system call: first with stand-ins for the calls, so that
+// not even "C:\" is handed on, then for real with Q:, a throw-away drive, as the current one.
+TEST_F(FileTest, TheDeletesRefuseRootsAndTheEmptyPathBeforeAnySystemCall)
+{
+    ASSERT_TRUE(EnterThrowAwayDrive());
+    const std::function<bool(const wchar_t*)> deletes[] = {
+        [](const wchar_t* path) { return DeleteDirectory(path, 0); },
+        [](const wchar_t* path) { return DeleteTree(path, 1); },
+        [](const wchar_t* path) { return removeDirRecursive(path); },
+        [](const wchar_t* path) { return CFileInfo(path).Remove(); }};
+    const bool refused[] = {false, false, false, true};  // Remove: a directory that stayed
+    const struct { const wchar_t* path; bool below; } rows[] = {
+        {L"", 0}, {L"\\", 0}, {L"/", 0}, {L"C:", 0}, {L"C:\\", 0}, {L"C:/\\", 0}, {L"\\\\?\\C:\\", 0},
+        {L"\\\\.\\C:\\", 0}, {L"\\??\\C:", 0}, {L"\\\\server\\share", 0}, {L"\\\\server\\share\\", 0},
+        {L"\\\\?\\UNC\\server\\share\\", 0}, {L"C:\\a\\..\\.", 0}, {L"C:\\*", 0}, {L"C:\\a", 1}, {L"C:a", 1},
+        {L"a", 1}, {L"\\\\?\\C:\\a", 1}, {L"\\\\server\\share\\a", 1}, {L"C:\\..\\a\\.", 1},
+        {L"\\\\?\\UNC\\server\\share\\a", 1}};
+    for (const auto& row : rows) {
+        for (size_t i = 0; i < 4; ++i) {
+            g_reached = 0;
+            bool answer;
+            {
+                StandIns standIns;
+                answer = deletes[i](row.path);
+            }
+            EXPECT_TRUE(row.below ? g_reached > 0 : g_reached == 0 && answer == refused[i])
+                << i << " " << ::testing::PrintToString(std::wstring(row.path));
+        }
+    }
+    Session session;
+    g_hSession = session.handle();
+    Lines expected;
+    for (const std::wstring path : {L"", L"\\", L"Q:", L"Q:\\", L"\\\\?\\Q:\\"}) {
+        for (size_t i = 0; i < 4; ++i)
+            EXPECT_EQ(refused[i], deletes[i](path.c_str())) << i << " " << ::testing::PrintToString(path);
+        const std::wstring text = path.empty() ? L"The paths in the source or destination were invalid"
+                                               : L"Source is a root directory, cannot be moved or renamed";
+        expected.push_back(L"TESSEL_CA DeleteDirectory attempting to delete " + path + L" \n");
+        expected.push_back(L"TESSEL_CA DeleteDirectory " + path + L" Error: " + text + L". \n");
+    }
+    EXPECT_EQ(expected, session.Log());
+    EXPECT_EQ("throw-away", ReadFileBytes(kThrowAwayFile));
+}
+
 
 }  // namespace
