@@ -46,9 +46,14 @@ bool IsWritable(const std::wstring& path);
 // true clears the read-only attribute, false sets it; the others stay.
 bool SetWritable(const std::wstring& path, bool writable);
 
-// True when no file lies anywhere below: empty folders don't count.
+// Links to folders (junctions, symbolic links) are entries here, never
+// walked into: the searches list them as names, the copy leaves them out,
+// and the deletes remove them as links.
+
+// True when no file lies anywhere below: empty folders don't count, a link does.
 bool IsDirectoryEmpty(const std::wstring& path);
-// Every folder below, each after its own children, never `directory` itself.
+// Every folder below, each after its own children, never `directory` itself
+// and never a link.
 bool ListDirectories(const std::wstring& directory, NameList& list);
 // Entries matching `mask`. Recursive with "*": files only, from every level.
 // Recursive with another mask: matching files and folders of every level.

@@ -23,8 +23,40 @@ std::unique_ptr<wchar_t[]> DoubleNulCopy(const wchar_t* path, size_t length)
     return copy;
 }
 
+// 0, or the error that kept the link.
+DWORD RemoveLink(const std::wstring& link)
+{
+    return RemoveDirectoryW(link.c_str()) ? 0 : GetLastError();
+}
+
+// Removes the links below `folder`, each as the link itself; the error of
+// the first that stayed, else 0.
+DWORD RemoveLinksBelow(const std::wstring& folder)
+{
+    const std::wstring prefix = folder + PathSeparatorFor(folder.c_str());
+    DWORD error = 0;
+    ForEachEntry(prefix + L"*", false, [&](const WIN32_FIND_DATAW& entry) {
+        const std::wstring full = prefix + entry.cFileName;
+        DWORD stayed = 0;
+        if (IsFolderLink(entry.dwFileAttributes))
+            stayed = RemoveLink(full);
+        else if (IsFolderToWalk(entry.dwFileAttributes) && !IsDotName(entry.cFileName))
+            stayed = RemoveLinksBelow(full);
+        if (error == 0)
+            error = stayed;
+    });
+    return error;
+}
+
+// The shell may walk into a link and delete what it points at, so the links
+// go first, as links, and a link at the top is all there is to delete. While
+// one stays the shell isn't called, and its error is the answer.
 int ShellDelete(const wchar_t* from, bool allowUndo)
 {
+    if (IsFolderLink(GetFileAttributesW(from)))
+        return static_cast<int>(RemoveLink(from));
+    if (DWORD error = RemoveLinksBelow(from))
+        return static_cast<int>(error);
     SHFILEOPSTRUCTW operation = {};
     operation.hwnd = NULL;
     operation.wFunc = FO_DELETE;
@@ -86,10 +118,12 @@ bool CopyDirectory(const std::wstring& source, const std::wstring& destination)
         std::wstring from = sourcePrefix + entry.cFileName;
         std::wstring to = targetPrefix + entry.cFileName;
         SetWritable(to, true);  // a read-only target must still be overwritten
+        // A link is left out: the tree it points at isn't this one's to copy,
+        // and a copied link would point the copy back at the source's target.
         if (!IsFolderEntry(entry)) {
             if (!CopyFileW(from.c_str(), to.c_str(), FALSE))
                 result = false;
-        } else if (!IsDotName(entry.cFileName)) {
+        } else if (IsFolderToWalk(entry.dwFileAttributes) && !IsDotName(entry.cFileName)) {
             if (!CopyDirectory(from, to))
                 result = false;
         }
@@ -103,22 +137,26 @@ bool removeDirRecursive(const std::wstring& path)
         return false;
     if (!PathExists(path))
         return true;
-    std::wstring prefix = path + PathSeparatorFor(path.c_str());
-    // Failures below are not kept: only whether the top directory goes counts.
-    bool searched = ForEachEntry(prefix + L"*.*", false, [&](const WIN32_FIND_DATAW& entry) {
-        std::wstring full = prefix + entry.cFileName;
-        SetWritable(full, true);
-        if (!IsFolderEntry(entry)) {
-            // A file in use goes at the next restart.
-            if (!DeleteFileW(full.c_str()))
-                MoveFileExW(full.c_str(), NULL, MOVEFILE_DELAY_UNTIL_REBOOT);
-        } else if (!IsDotName(entry.cFileName)) {
-            removeDirRecursive(full);
-        }
-    });
-    if (!searched)
-        return false;
-    SetWritable(path, true);
+    // A link, at the top or met below, is not walked: the retries remove the
+    // link itself.
+    if (IsFolderToWalk(GetFileAttributesW(path.c_str()))) {
+        std::wstring prefix = path + PathSeparatorFor(path.c_str());
+        // Failures below are not kept: only whether the top directory goes counts.
+        bool searched = ForEachEntry(prefix + L"*.*", false, [&](const WIN32_FIND_DATAW& entry) {
+            std::wstring full = prefix + entry.cFileName;
+            SetWritable(full, true);
+            if (!IsFolderEntry(entry)) {
+                // A file in use goes at the next restart.
+                if (!DeleteFileW(full.c_str()))
+                    MoveFileExW(full.c_str(), NULL, MOVEFILE_DELAY_UNTIL_REBOOT);
+            } else if (!IsDotName(entry.cFileName)) {
+                removeDirRecursive(full);
+            }
+        });
+        if (!searched)
+            return false;
+        SetWritable(path, true);
+    }
 
     // A scanner or indexer may still hold the folder for a moment: retry for
     // half a second, without sleeping, until it has gone.

@@ -24,7 +24,7 @@ bool SearchLevel(const std::wstring& directory, NameList& list, const std::wstri
         if (IsDotName(entry.cFileName))
             return;
         std::wstring full = prefix + entry.cFileName;
-        if (recursive && IsFolderEntry(entry))
+        if (recursive && IsFolderToWalk(entry.dwFileAttributes))
             SearchLevel(full, list, mask, true);
         else
             list.push_back(WithSlashes(full, L'\\', L'/'));
@@ -39,7 +39,9 @@ bool ListDirectories(const std::wstring& directory, NameList& list)
         return false;
     std::wstring prefix = directory + PathSeparatorFor(directory.c_str());
     return ForEachEntry(prefix + L"*", false, [&](const WIN32_FIND_DATAW& entry) {
-        if (IsDotName(entry.cFileName) || !IsFolderEntry(entry))
+        // A link is no folder of this tree: not listed, so that FindFiles'
+        // folder-by-folder search doesn't look inside it either.
+        if (IsDotName(entry.cFileName) || !IsFolderToWalk(entry.dwFileAttributes))
             return;
         std::wstring full = WithSlashes(prefix + entry.cFileName, L'/', L'\\');
         // Children stand ahead of their parent, so a caller can delete in order.

@@ -17,6 +17,21 @@ inline bool IsFolderEntry(const WIN32_FIND_DATAW& entry)
     return (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 
+// A junction or a symbolic link to a folder carries both attributes. It is an
+// entry of its own, removed as the link: what it points at lies outside the
+// tree, and following it would let a delete or a copy reach anywhere.
+const DWORD kFolderLinkAttributes = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
+
+inline bool IsFolderToWalk(DWORD attributes)
+{
+    return (attributes & kFolderLinkAttributes) == FILE_ATTRIBUTE_DIRECTORY;
+}
+
+inline bool IsFolderLink(DWORD attributes)
+{
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & kFolderLinkAttributes) == kFolderLinkAttributes;
+}
+
 // False for a path that names no folder below a root: empty, a drive ("C:",
 // "C:\", "\\?\C:\"), the current drive's root ("\"), a share
 // ("\\server\share"), or one of these with nothing but separators, dots or
