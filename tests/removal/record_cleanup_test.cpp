@@ -2,8 +2,6 @@
 // keys and their parents, Add or Remove Programs entries, the install-wide values.
 #include "removal/area.h"
 
-#include <process.h>
-
 using namespace harness;
 
 namespace {
@@ -190,39 +188,14 @@ TEST_F(RecordCleanupTest, DisableRepairForFerruleWritesNoRepairWhenTheSettingsSa
     });
 }
 
-// In the child process the state is the parent's: the child neither takes the machine lock nor clears.
-class RecordCleanupDeathTest : public RecordCleanupTest {
-protected:
-    static bool InChild() { return wcsstr(GetCommandLineW(), L"--gtest_internal_run_death_test") != NULL; }
-    void SetUp() override
-    {
-        if (!InChild())
-            RecordCleanupTest::SetUp();
-    }
-    void TearDown() override
-    {
-        if (!InChild())
-            RecordCleanupTest::TearDown();
-    }
-};
-
-// On a thread of its own, as in the installer's host, where no test frame would catch what escapes.
-unsigned __stdcall DisableRepairOnItsOwnThread(void*)
-{
-    Session session({{L"CustomActionData", TESSEL_TEST_PRODUCT_1}});
-    return session.Call("DisableRepairForFerrule");
-}
-
-TEST_F(RecordCleanupDeathTest, DisableRepairForFerruleLetsOutOfRangeEscapeWithoutPackagesInOriginalDB)
+// In a host of its own, as the installer runs actions: what escapes the action reaches the host's
+// unhandled-exception filter as Windows' C++ exception, and the process ends with its code.
+TEST_F(RecordCleanupTest, DisableRepairForFerruleLetsAnExceptionEscapeWithoutPackagesInOriginalDB)
 {
     SetText(HKLM, kManager, L"OriginalDB", L"C:\\tessel\\scratch\\InstallManager\\Suite.msi");
-    EXPECT_EXIT(
-        {
-            HANDLE thread =
-                reinterpret_cast<HANDLE>(_beginthreadex(NULL, 0, DisableRepairOnItsOwnThread, NULL, 0, NULL));
-            WaitForSingleObject(thread, INFINITE);
-        },
-        [](int code) { return code != 0; }, "out_of_range");
+    EXPECT_EQ(0xE06D7363u, RunToExit(ProgramFolder() + L"action_host.exe DisableRepairForFerrule "
+                                                       L"CustomActionData=" TESSEL_TEST_PRODUCT_1, 10000));
+    EXPECT_EQ("e06d7363", ReadFileBytes(std::wstring(kScratchFolder) + L"unhandled.code"));
 }
 
 TEST_F(RecordCleanupTest, ClearInstallRegValuesEmptiesTheRootInBothViews)
