@@ -31,7 +31,7 @@ ROOT = Path(__file__).resolve().parent.parent
 LIBRARY_FOLDERS = ["frame", "config", "toolkit", "removal", "framework", "dll",
                    "integration", "telemetry", "companions"]
 # Test programs of each folder; a folder without its own runs those that load the DLL.
-PROGRAMS = {"dll": ["framework_tests", "frame_tests"]}
+PROGRAMS = {"dll": ["framework_tests", "frame_tests", "removal_tests"]}
 
 KEYWORDS = {"return", "if", "while", "for", "switch", "delete", "sizeof", "case", "else", "do",
             "throw", "new", "goto", "typedef", "using", "static_assert"}
@@ -264,6 +264,13 @@ def wine(build, function):
                    cwd=ROOT, check=False, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
 
 
+def drive_and_links(build, action):
+    """What ctest's drive_and_links fixture makes: made afresh before each program run, as a mutant
+    may delete through a link or empty the throw-away drive."""
+    subprocess.run([str(ROOT / "tests/harness/drive_and_links.sh"), action, str(build)], cwd=ROOT, check=False,
+                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
+
 def main():
     if len(sys.argv) != 2:
         sys.exit(__doc__)
@@ -301,6 +308,7 @@ def main():
 
     def tests_pass(folder, limits, mutant):
         for program in programs[folder]:
+            drive_and_links(build, "setup")
             command = [str(ROOT / "tools/wine-run.sh"), str(build), str(build / "bin" / (program + ".exe"))]
             if not by_test:
                 if run(command + ["--gtest_fail_fast"], limits.get(program), env) != 0:
@@ -319,6 +327,7 @@ def main():
             if build_for(folder) != 0:
                 sys.exit(f"the clean tree does not build for {folder}")
             for program in programs[folder]:
+                drive_and_links(build, "setup")
                 begun = time.monotonic()
                 output = []
                 code = run([str(ROOT / "tools/wine-run.sh"), str(build), str(build / "bin" / (program + ".exe"))],
@@ -344,6 +353,7 @@ def main():
         print("stopped; sources restored", flush=True)
     finally:
         sources.restore()
+        drive_and_links(build, "cleanup")
         wine(build, "tessel_warm_stop")
         # The build tree goes back to the clean sources for whoever builds next.
         run(["cmake", "--build", str(build), "-j2"], 1800)
