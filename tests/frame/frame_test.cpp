@@ -62,8 +62,7 @@ TEST_F(FrameTest, TheLogTheUserAndThePackagesTableAreReachedInOneSession)
 TEST(StringHelpersDeathTest, BoundedCopyTakes518CharactersAndEndsTheProcessAt519)
 {
     wchar_t buffer[kCommandLineChars + 1];
-    EXPECT_EQ(buffer, BoundedCopy(buffer, kCommandLineChars, Repeat(L'z', 518).c_str(), kCommandLineChars));
-    EXPECT_EQ(Repeat(L'z', 518), buffer);
+    EXPECT_EQ(Repeat(L'z', 518), BoundedCopy(buffer, kCommandLineChars, Repeat(L'z', 518).c_str(), kCommandLineChars));
     EXPECT_EXIT(BoundedCopy(buffer, kCommandLineChars, Repeat(L'z', 519).c_str(), kCommandLineChars),
                 ::testing::ExitedWithCode(static_cast<int>(STATUS_STACK_BUFFER_OVERRUN)), "");
 }
@@ -83,10 +82,9 @@ std::function<void(Session&)> Holds(const Rows& expected)
 
 TEST_F(HandOffTest, TheGateLetsThroughOnlyAValueBeginningWith1)
 {
-    const Lines toUser = {
-        L"This package requires Orvel Installer Setup.\nPlease obtain and install Orvel Installer from "
-        L"https://www.orvel.com/support to continue installing this package.\nThis application will "
-        L"now abort."};
+    const Lines toUser = {L"This package requires Orvel Installer Setup.\nPlease obtain and install Orvel Installer "
+                          L"from https://www.orvel.com/support to continue installing this package.\nThis "
+                          L"application will now abort."};
     auto row = [&toUser](const char* name, const std::wstring& value, UINT result, const std::wstring& line) {
         return ActionCase{name, "LaunchedFromFerrule", {{L"LAUNCHED_FROM_FERRULE", value}}, nullptr, result,
                           Exactly({line}),

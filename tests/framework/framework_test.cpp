@@ -33,9 +33,13 @@ TEST(ErrorCatalogue, Holds201UniquelyNamedCodesThoseRegisteredAfterThemAndTheLas
         return std::to_wstring(catalogue.GetErrorLevel(code)) + L" " + catalogue.GetErrorName(code) + L" " +
                catalogue.GetErrorText(code);
     };
-    EXPECT_EQ(L"0 ERROR_NONE No Error", row(0));
     EXPECT_EQ(L"3 IM_ERROR_DLM_NOT_INITIALIZED Install Manager: Failed to initialize Download Managerr", row(21));
     EXPECT_EQ(L"1 ERROR_UNKNOWN Unknown Error", row(1607));
+    // The one text that breaks a line.
+    EXPECT_EQ(row(1606), L"2 IM_BLOCK_RAIDUPGRADE Previously installed RAID driver is not compatible with new RAID "
+                         L"driver, installing new driver may damage existing RAID array.\r\n If you wish to proceed "
+                         L"with new RAID driver installation then take back up of your array install the new RAID "
+                         L"driver manually with fresh OS installation.");
     EXPECT_EQ(1607, catalogue.GetErrorCode(L"error_none"));  // names are found exactly
 
     RecordingListener listener;
