@@ -86,7 +86,8 @@ tessel_staged_path() {
 # detached, or a service would hold the caller's output pipe open for ever.
 tessel_warm_start() {
   tessel_ensure_prefix
-  "$tessel_wineserver" -p </dev/null >/dev/null 2>&1
+  # A server already running for the prefix (one started by hand) serves as well.
+  "$tessel_wineserver" -p </dev/null >/dev/null 2>&1 || true
   "$tessel_wine" wineboot </dev/null >/dev/null 2>&1
 }
 
