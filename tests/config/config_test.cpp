@@ -6,6 +6,8 @@
 #include "config/config_store.h"
 #include "framework/kestra_logger.h"
 
+#include <sstream>
+
 using namespace harness;
 
 namespace {
@@ -140,13 +142,20 @@ TEST_F(ConfigStoreTest, TypedSettingsListsAndMerges)
     MakeFile(kPath, "a=new\r\nb=1\r\n");
     EXPECT_TRUE(store.MergeFile(kPath));
     EXPECT_EQ(L"T=True|a=new|ab.1=5|absentUInt=4000000000|b=1|n=-42x|t=true|", store.Settings());
+    // The line readers take a line of up to 1023 characters whole.
+    std::istringstream narrow(std::string(1023, 'n') + "\nnext");
+    std::wistringstream wide(std::wstring(1023, L'w') + L"\nnext");
+    std::string narrowLine;
+    std::wstring wideLine;
+    store.ReadLineNarrow(narrow, narrowLine);
+    store.ReadLineWide(wide, wideLine);
+    EXPECT_TRUE(narrowLine.size() == 1023 && wideLine.size() == 1023);
 }
 
 const std::wstring kSuite = std::wstring(kScratchFolder) + L"Suite\\";
 const std::wstring kCfg = kSuite + L"Config\\InstallManager.cfg";  // UpdateCfg's
 const std::wstring kTesselCfg = kSuite + L"InstallManager.cfg";    // UpdateTesselCfg's
 
-Rows Data(const std::wstring& value) { return {{L"CustomActionData", value}}; }
 // Arranges the file; checks that it then holds `after`.
 std::function<void()> File(const std::wstring& path, const std::string& before)
 {
