@@ -29,8 +29,9 @@ SEED ?= 1
 N ?= 60
 FOLDERS ?=
 ONLY ?=
+BY_TEST ?=
 mutants: build
-	SEED=$(SEED) N=$(N) FOLDERS="$(FOLDERS)" ONLY="$(ONLY)" tools/mutants.py $(BUILD)
+	SEED=$(SEED) N=$(N) FOLDERS="$(FOLDERS)" ONLY="$(ONLY)" BY_TEST="$(BY_TEST)" tools/mutants.py $(BUILD)
 
 clean:
 	rm -rf $(BUILD)
