@@ -23,7 +23,7 @@ exports)
   ;;
 imports)
   # Windows' own DLLs; the C runtime is the system's msvcrt.
-  allowed='^(kernel32|user32|advapi32|shell32|shlwapi|ole32|oleaut32|msi|msvcrt|version|setupapi|gdi32|ws2_32|rpcrt4|crypt32|userenv|wtsapi32|secur32|imagehlp|dbghelp|api-ms-win-[a-z0-9-]+)\.dll$'
+  allowed='^(kernel32|user32|advapi32|shell32|shlwapi|ole32|oleaut32|msi|msvcrt|version|setupapi|gdi32|ws2_32|rpcrt4|crypt32|userenv|wtsapi32|secur32|imagehlp|dbghelp|xmllite|api-ms-win-[a-z0-9-]+)\.dll$'
   imports=$("$objdump" -p "$dll" | sed -n 's/^[[:space:]]*DLL Name: //p' | tr 'A-Z' 'a-z' | sort -u)
   bad=$(echo "$imports" | grep -Ev "$allowed" || true)
   if [ -n "$bad" ]; then
