@@ -74,3 +74,5 @@ int FindNoCase(const std::wstring& haystack, const std::wstring& needle);
 void ToLowerInPlace(std::wstring& text);
 std::wstring PathSeparatorFor(const wchar_t* path);
 wchar_t* BoundedCopy(wchar_t* destination, size_t size, const wchar_t* source, size_t count);
+// swprintf_s into a fixed buffer; a text that doesn't fit ends the process, as BoundedCopy does.
+void BoundedFormat(wchar_t* destination, size_t size, const wchar_t* format, ...);

@@ -1,6 +1,8 @@
 // The program's own string helpers; everything else is the standard library.
 #include "frame/frame.h"
 
+#include <cstdarg>
+#include <cstdio>
 #include <cwctype>
 #include <string.h>
 
@@ -41,13 +43,29 @@ std::wstring PathSeparatorFor(const wchar_t* path)
     return L"\\";
 }
 
+namespace {
+
+// A text that doesn't fit is a fault in the caller: the Microsoft runtime
+// ends the process in its invalid-parameter handler, and we must not go on
+// with a cleared command line on a runtime whose handler returns.
+void EndOnOverrun(bool overrun)
+{
+    if (overrun)
+        TerminateProcess(GetCurrentProcess(), STATUS_STACK_BUFFER_OVERRUN);
+}
+
+}  // namespace
+
 wchar_t* BoundedCopy(wchar_t* destination, size_t size, const wchar_t* source, size_t count)
 {
-    errno_t result = wcsncpy_s(destination, size, source, count);
-    // A source that doesn't fit is a fault in the caller: the Microsoft
-    // runtime ends the process here, and we must not go on with a cleared
-    // command line on a runtime whose handler returns.
-    if (result != 0)
-        TerminateProcess(GetCurrentProcess(), STATUS_STACK_BUFFER_OVERRUN);
+    EndOnOverrun(wcsncpy_s(destination, size, source, count) != 0);
     return destination;
+}
+
+void BoundedFormat(wchar_t* destination, size_t size, const wchar_t* format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    EndOnOverrun(vswprintf_s(destination, size, format, arguments) < 0);
+    va_end(arguments);
 }

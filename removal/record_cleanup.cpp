@@ -149,14 +149,6 @@ std::wstring InstallManagerSettingsPath()
 
 }  // namespace
 
-void DeleteKeyInBothViews(HKEY hive, const std::wstring& path)
-{
-    registry_value value(path);
-    value.hive = hive;
-    registry_value::delete_key32(value.hive, value.subkey);
-    registry_value::delete_key(value.hive, value.subkey);
-}
-
 extern "C" UINT __stdcall CleanRegistry(MSIHANDLE hInstall)
 {
     g_hSession = hInstall;

@@ -10,12 +10,6 @@
 // The install manager's own key under HKLM, with InstallDir, OriginalDB and Ferrule_Reboot.
 const wchar_t kInstallManagerKey[] = L"SOFTWARE\\Kestra Technologies\\Install\\Kestra Quillon Install Manager";
 
-// Hands `path` to a registry_value on `hive` and deletes the tree of its key,
-// the 32-bit view first, then the native one. A path without a closing
-// backslash loses its last component, so the parent goes. Results are ignored:
-// an absent key is no failure.
-void DeleteKeyInBothViews(HKEY hive, const std::wstring& path);
-
 // Removes the old uninstaller's folder under the 32-bit program files; 1 when
 // it is gone or was never there, 0 when the delete failed.
 bool CleanUninstallerFiles();

@@ -86,6 +86,11 @@ public:
     LONG last_result;
 };
 
+// Hands `path` to a registry_value on `hive` and deletes the tree of its key,
+// the 32-bit view first, then the native one. A path without a closing
+// backslash loses its last component, so the parent goes. Results are ignored:
+// an absent key is no failure.
+void DeleteKeyInBothViews(HKEY hive, const std::wstring& path);
 // Sets a REG_DWORD under HKCU\SOFTWARE\Orvel, creating the key if need be. 1 or 0.
 int CreateRegDWValue(const std::wstring& name, DWORD data);
 // Sets a REG_SZ: opens the key under HKLM, or else creates it under HKCR. Always 0.

@@ -101,6 +101,14 @@ void DeleteKeyValues(HKEY key, const std::wstring& /*name*/)
         RegDeleteValueW(key, name.c_str());
 }
 
+void DeleteKeyInBothViews(HKEY hive, const std::wstring& path)
+{
+    registry_value value(path);
+    value.hive = hive;
+    registry_value::delete_key32(value.hive, value.subkey);
+    registry_value::delete_key(value.hive, value.subkey);
+}
+
 bool DeleteRunValue(const std::wstring& name)
 {
     HKEY key = NULL;

@@ -86,6 +86,28 @@ private:
     ImportPatch patch_;
 };
 
+// While alive, Tessel_CA.dll's CreateProcessW fails with access denied.
+class RefusedProcessStarts {
+public:
+    RefusedProcessStarts();
+
+private:
+    ImportPatch patch_;
+};
+
+// While alive, Wine runs these programs (as "regsvr32.exe") from the files
+// found, not its built-in ones, so that a recording program can stand in.
+class NativePrograms {
+public:
+    explicit NativePrograms(std::initializer_list<std::wstring> programs);
+    ~NativePrograms();
+    NativePrograms(const NativePrograms&) = delete;
+    NativePrograms& operator=(const NativePrograms&) = delete;
+
+private:
+    std::vector<std::wstring> programs_;
+};
+
 // A tree of keys cleared in both registry views.
 struct KeyTree {
     HKEY root;
@@ -225,6 +247,7 @@ DWORD RunToExit(const std::wstring& commandLine, DWORD timeoutMs = INFINITE);
 // The recording program: copies of it append their command line to a file
 // beside them. Installing a copy clears its record.
 void InstallRecorder(const std::wstring& targetPath);
-std::vector<std::wstring> RecordedCommandLines(const std::wstring& programPath);
+// `atLeast`: waits up to ten seconds for that many, for programs started detached.
+std::vector<std::wstring> RecordedCommandLines(const std::wstring& programPath, size_t atLeast = 0);
 
 }  // namespace harness

@@ -7,6 +7,7 @@
 #include <shellapi.h>
 #include <shlobj.h>
 
+#include <algorithm>
 #include <memory>
 #include <stdexcept>
 
@@ -305,15 +306,21 @@ DWORD RunToExit(const std::wstring& commandLine, DWORD timeoutMs)
 void InstallRecorder(const std::wstring& targetPath)
 {
     MakeFolders(targetPath.substr(0, targetPath.find_last_of(L'\\')));
-    if (!CopyFileW((ProgramFolder() + L"recorder.exe").c_str(), targetPath.c_str(), FALSE))
-        throw std::runtime_error("the recording program could not be copied");
+    // A copy started detached by the test before may still be running.
+    for (int attempt = 0; !CopyFileW((ProgramFolder() + L"recorder.exe").c_str(), targetPath.c_str(), FALSE);
+         ++attempt, Sleep(10))
+        if (attempt == 500)
+            throw std::runtime_error("the recording program could not be copied");
     DeleteFileW((targetPath + L".cmdline").c_str());
 }
 
-std::vector<std::wstring> RecordedCommandLines(const std::wstring& programPath)
+std::vector<std::wstring> RecordedCommandLines(const std::wstring& programPath, size_t atLeast)
 {
+    std::string bytes = ReadFileBytes(programPath + L".cmdline");
+    for (int wait = 0; wait < 1000 && static_cast<size_t>(std::count(bytes.begin(), bytes.end(), '\n')) < atLeast;
+         ++wait, Sleep(10))
+        bytes = ReadFileBytes(programPath + L".cmdline");
     // One UTF-8 line per run.
-    const std::string bytes = ReadFileBytes(programPath + L".cmdline");
     std::vector<std::wstring> lines;
     for (size_t start = 0, end; bytes != "<missing>" && (end = bytes.find('\n', start)) != std::string::npos;
          start = end + 1) {

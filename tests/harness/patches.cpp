@@ -69,7 +69,33 @@ DWORD WINAPI FakeTickCount()
     return static_cast<DWORD>(++g_now);
 }
 
+BOOL WINAPI RefuseCreateProcess(LPCWSTR, LPWSTR, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL, DWORD, LPVOID,
+                                LPCWSTR, LPSTARTUPINFOW, LPPROCESS_INFORMATION)
+{
+    SetLastError(ERROR_ACCESS_DENIED);
+    return FALSE;
+}
+
+const wchar_t kWineOverrides[] = L"Software\\Wine\\DllOverrides";
+
 }  // namespace
+
+RefusedProcessStarts::RefusedProcessStarts()
+    : patch_(TesselDll(), "kernel32.dll", "CreateProcessW", reinterpret_cast<void*>(&RefuseCreateProcess))
+{
+}
+
+NativePrograms::NativePrograms(std::initializer_list<std::wstring> programs) : programs_(programs)
+{
+    for (const std::wstring& program : programs_)
+        SetText(HKEY_CURRENT_USER, kWineOverrides, program, L"native");
+}
+
+NativePrograms::~NativePrograms()
+{
+    for (const std::wstring& program : programs_)
+        RegDeleteKeyValueW(HKEY_CURRENT_USER, kWineOverrides, program.c_str());
+}
 
 ImportPatch::ImportPatch(HMODULE module, const char* dll, const char* function, void* standIn)
     : slot_(ImportSlot(module, dll, function)), original_(*slot_)

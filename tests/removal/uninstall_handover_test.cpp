@@ -59,24 +59,12 @@ struct InstallerDialog {
     HWND window;
 };
 
-BOOL WINAPI RefuseCreateProcess(LPCWSTR, LPWSTR, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL, DWORD, LPVOID,
-                                LPCWSTR, LPSTARTUPINFOW, LPPROCESS_INFORMATION)
-{
-    SetLastError(ERROR_ACCESS_DENIED);
-    return FALSE;
-}
-
 BOOL WINAPI RefuseShellExecute(SHELLEXECUTEINFOW* info)
 {
     info->hInstApp = reinterpret_cast<HINSTANCE>(SE_ERR_ACCESSDENIED);
     return FALSE;
 }
 
-// While alive, the DLL's `function` of `dll` is refused, if `refuse` says so.
-std::unique_ptr<ImportPatch> Refused(bool refuse, const char* dll, const char* function, void* standIn)
-{
-    return std::unique_ptr<ImportPatch>(refuse ? new ImportPatch(TesselDll(), dll, function, standIn) : nullptr);
-}
 
 class HandoverTest : public RemovalTest {
 protected:
@@ -115,10 +103,11 @@ TEST_F(HandoverTest, EachActionRunsTheInstallManagerOrFallsBackToTheShellOrFails
         ClearArea(RemovalArea());
         if (scene.installed)
             InstallManager();
-        const auto noProcess = Refused(scene.noProcess, "kernel32.dll", "CreateProcessW",
-                                       reinterpret_cast<void*>(RefuseCreateProcess));
-        const auto noShell = Refused(scene.noShell, "shell32.dll", "ShellExecuteExW",
-                                     reinterpret_cast<void*>(RefuseShellExecute));
+        const std::unique_ptr<RefusedProcessStarts> noProcess(scene.noProcess ? new RefusedProcessStarts : nullptr);
+        const std::unique_ptr<ImportPatch> noShell(
+            scene.noShell ? new ImportPatch(TesselDll(), "shell32.dll", "ShellExecuteExW",
+                                            reinterpret_cast<void*>(RefuseShellExecute))
+                          : nullptr);
         for (const Action& action : kActions) {
             SCOPED_TRACE(action.name);
             SetDword(HKEY_CURRENT_USER, L"SOFTWARE\\Orvel", L"UninstallMode", kUntouched);
