@@ -38,7 +38,16 @@ unseed_install_manager() {
     "$tessel_wine" reg delete "$key" /f >/dev/null 2>&1 || true
   done
   rm -rf "$WINEPREFIX/drive_c/Program Files/Kestra Technologies" "$WINEPREFIX/drive_c/Program Files/Orvel"
+  # What the context menu's removal leaves by design: the class key (the
+  # unregister line reaches no library) and the library parked for the restart.
+  "$tessel_wine" reg delete 'HKCR\CLSID\{7B3A91C4-5E1D-4F02-9A66-2C8D1E07F3B5}' /f >/dev/null 2>&1 || true
+  "$tessel_wine" reg delete 'HKLM\SYSTEM\CurrentControlSet\Control\Session Manager' \
+    /v PendingFileRenameOperations /f >/dev/null 2>&1 || true
+  rm -f "$temp_dir/attemp.dll" "$temp_dir/StartHalyardBM.xml" "$WINEPREFIX"/drive_c/windows/system32/tasks/Start*
 }
+
+# The user's temporary folder, where the benchmark task's definition is copied.
+temp_dir=$(echo "$WINEPREFIX"/drive_c/users/*/Temp)
 
 # The machine as the report compares it: the registry and the files the
 # package or its actions may change.
@@ -50,16 +59,17 @@ snapshot() {
   cat "$demo_dir/hklm.reg" "$demo_dir/hkcu.reg" > "$out/$name.reg"
   (cd "$WINEPREFIX/drive_c" &&
     find . \( -path ./windows -o -path ./tessel -o -path './users/*/Temp' -o -path './users/*/AppData/Local/Temp' \) -prune \
-      -o -print | sort) > "$out/$name.files"
+      -o -print; find ./windows/system32/tasks -type f) | sort) > "$out/$name.files"
 }
 
 # Runs msiexec through cmd, which can tell its whole exit code (a process's
 # status on Linux keeps only the low byte). msiexec's own error lines carry
-# the results it refused ("Invalid Return Code").
+# the results it refused ("Invalid Return Code"), and Wine's process trace
+# the command lines of the programs the actions start.
 msiexec() {
   local name=$1
   shift
-  (cd "$demo_dir" && WINEDEBUG=-all,err+msi "$tessel_wine" cmd /v:on /c \
+  (cd "$demo_dir" && WINEDEBUG=-all,err+msi,trace+process "$tessel_wine" cmd /v:on /c \
     "msiexec $* /qn /l*v C:\\tessel\\demo\\$name.log & echo exit=!errorlevel!") \
     </dev/null >"$out/$name.out" 2>"$out/$name.err" || true
   sed -n 's/^exit=\([0-9]*\).*/\1/p' "$out/$name.out" > "$out/$name.rc"
@@ -76,6 +86,7 @@ seed_install_manager
 snapshot before
 msiexec install /i 'C:\tessel\demo\TesselDemo.msi' LAUNCHED_FROM_FERRULE=1
 snapshot installed
+cp "$temp_dir/StartHalyardBM.xml" "$out/StartHalyardBM.copy.xml" 2>/dev/null || true
 # Settings files as the install left them, for the report to set beside the package's.
 comm -13 "$out/before.files" "$out/installed.files" | grep '\.cfg$' | while read -r file; do
   mkdir -p "$out/installed-files/$(dirname "$file")"

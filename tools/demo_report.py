@@ -75,6 +75,20 @@ def refused_result(err):
     return (halted.group(1), code.group(1)) if code and halted else (None, None)
 
 
+def started_programs(err):
+    """Command lines that the library's actions started, from Wine's process trace."""
+    lines = []
+    for escaped in re.findall(r'CreateProcessInternalW app .* cmdline L"(.*)"$', err, re.M):
+        line = re.sub(r'\\(.)', r'\1', escaped)
+        if "msiexec" not in line.lower() and not line.lower().startswith('"c:\\windows\\system32\\cmd.exe"'):
+            lines.append(line)
+    return lines
+
+
+def start_boundaries(path):
+    return re.findall(r"<StartBoundary>(.*?)</StartBoundary>", read_text(path)) if os.path.isfile(path) else []
+
+
 def result_text(action, installer_value, ignored, refused):
     if ignored:
         return "result not read (Return=\"ignore\")"
@@ -159,6 +173,16 @@ def main():
             print("  %-40s %s" % (label, result_text(action, value, ignored, refused)))
             for line in lines:
                 print("      | " + line)
+        started = started_programs(read_text(os.path.join(out, name + ".err")))
+        if started:
+            print("  programs the actions started:")
+            for line in started:
+                print("      " + line)
+        if name == "install":
+            shipped = start_boundaries(os.path.join(payload, "Halyard", "StartHalyardBM.xml"))
+            copied = start_boundaries(os.path.join(out, "StartHalyardBM.copy.xml"))
+            print("  the benchmark task's StartBoundary: %s as carried, %s in the copy registered" %
+                  (", ".join(shipped) or "none", ", ".join(copied) or "none"))
         handed_over = os.path.join(out, "install-manager.cmdline")
         if name == "remove" and os.path.isfile(handed_over):
             print("  the install manager was started as:")
