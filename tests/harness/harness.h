@@ -231,8 +231,9 @@ const wchar_t kScratchFolder[] = L"C:\\tessel\\scratch\\";
 const wchar_t kThrowAwayFile[] = L"C:\\tessel\\q\\kept.txt";
 bool EnterThrowAwayDrive();
 
-// Folder of the running test program, with a trailing backslash.
+// Folder of the running test program, and the temporary folder, each with a trailing backslash.
 std::wstring ProgramFolder();
+std::wstring TempFolder();
 
 // A whole file as bytes; "<missing>" when it can't be opened.
 void WriteFileBytes(const std::wstring& path, const std::string& bytes);

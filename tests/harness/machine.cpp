@@ -278,6 +278,13 @@ void ActionTest::TearDown()
     ReleaseMutex(MachineLock());
 }
 
+std::wstring TempFolder()
+{
+    wchar_t folder[MAX_PATH] = L"";
+    GetTempPathW(MAX_PATH, folder);
+    return folder;
+}
+
 bool EnterThrowAwayDrive()
 {
     // Written through C: and read back through Q:, which proves Q: is that folder.

@@ -1,22 +1,28 @@
 // What the integration actions touch: the settings application's install key
-// and its user and machine settings, the context menu's class keys, and the
-// scratch folder where tests put definitions, libraries and recorders.
+// and its user and machine settings, the context menu's class keys, the files
+// they leave in the temporary folder and the task Wine's scheduler stores.
 #pragma once
 
 #include "harness/harness.h"
 
+#include <memory>
+
 inline harness::Area IntegrationArea()
 {
+    const std::wstring temp = harness::TempFolder();
     return {{{HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kestra Technologies"},
              {HKEY_LOCAL_MACHINE, L"SOFTWARE\\Orvel"},
              {HKEY_CURRENT_USER, L"SOFTWARE\\Orvel"},
              {HKEY_CLASSES_ROOT, L"Directory\\Background\\shellex\\ContextMenuHandlers\\Lumen"},
              {HKEY_CLASSES_ROOT, L"CLSID\\{7B3A91C4-5E1D-4F02-9A66-2C8D1E07F3B5}"}},
-            {},
+            {temp + L"StartHalyardBM.xml", temp + L"attemp.dll", L"C:\\windows\\system32\\tasks\\StartHalyard"},
             {}};
 }
 
+// While `native_` lives, a recording program placed as schtasks or regsvr32
+// runs in place of Wine's own.
 class IntegrationTest : public harness::ActionTest {
 protected:
     IntegrationTest() : ActionTest(IntegrationArea()) {}
+    std::unique_ptr<harness::NativePrograms> native_{new harness::NativePrograms{L"schtasks.exe", L"regsvr32.exe"}};
 };

@@ -2,8 +2,6 @@
 // by a stand-in in the current directory, and once Wine's real schtasks.
 #include "integration/area.h"
 
-#include <ctime>
-#include <memory>
 
 using namespace harness;
 
@@ -36,31 +34,14 @@ void PlaceDefinition(const std::wstring& path, bool withNamespace = false)
     MakeFile(path, bytes);
 }
 
-std::wstring TempFolder()
-{
-    wchar_t folder[MAX_PATH];
-    GetTempPathW(MAX_PATH, folder);
-    return folder;
-}
-
 class TaskTest : public IntegrationTest {
 protected:
-    void SetUp() override
-    {
-        IntegrationTest::SetUp();
-        InstallRecorder(kSchtasks);
-        SetCurrentDirectoryW(kScratch.c_str());
-    }
     void TearDown() override
     {
-        native_.reset();
         for (const wchar_t* name : {L"StartHalyard", L"StartDVR"})
             RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kRunKey, name);
-        for (const std::wstring& file : {TempFolder() + L"StartHalyardBM.xml", kStoredTask})
-            DeleteFileW(file.c_str());
         IntegrationTest::TearDown();
     }
-    std::unique_ptr<NativePrograms> native_{new NativePrograms{L"schtasks.exe"}};
 };
 
 std::wstring Create(const std::wstring& task, const std::wstring& definition)
@@ -70,7 +51,7 @@ std::wstring Create(const std::wstring& task, const std::wstring& definition)
 
 std::wstring Change(const std::wstring& task, const std::wstring& program, const std::wstring& argument)
 {
-    return L"schtasks /change /TN \"" + task + L"\" /TR \"\\\"" + program + L"\\\" " + argument + L"\"";
+    return L"schtasks /change /TN \"" + task + L"\" /TR \"\\\"" + kApp + L"\\" + program + L"\\\" " + argument + L"\"";
 }
 
 std::wstring Delete(const std::wstring& task)
@@ -78,124 +59,105 @@ std::wstring Delete(const std::wstring& task)
     return L"schtasks /delete /TN \"" + task + L"\" /F";
 }
 
-std::function<void()> Location(const std::wstring& folder)
+void SetLocation(const std::wstring& folder)
 {
-    return [folder] { SetText(HKEY_LOCAL_MACHINE, kInstallKey, L"Location", folder); };
+    SetText(HKEY_LOCAL_MACHINE, kInstallKey, L"Location", folder);
 }
 
-// Each action's lines and result. The change runs detached, so its line is awaited.
+// The recorder as schtasks, both Run values, then Location and the benchmark's definition where given.
+std::function<void()> Given(const std::wstring& location = L"", std::function<void()> more = nullptr)
+{
+    return [=] {
+        InstallRecorder(kSchtasks);
+        SetCurrentDirectoryW(kScratch.c_str());
+        for (const wchar_t* name : {L"StartHalyard", L"StartDVR"})
+            SetText(HKEY_LOCAL_MACHINE, kRunKey, name, L"old");
+        if (!location.empty())
+            SetLocation(location);
+        if (more)
+            more();
+    };
+}
+
+// The lines recorded (the change runs detached: awaited), and which Run value went.
+std::function<void(Session&)> Ran(const Lines& lines, const std::wstring& runValueGone = L"")
+{
+    return [=](Session&) {
+        EXPECT_EQ(lines, RecordedCommandLines(kSchtasks, lines.size()));
+        for (const wchar_t* name : {L"StartHalyard", L"StartDVR"})
+            EXPECT_EQ(runValueGone == name, !HasValue(HKEY_LOCAL_MACHINE, kRunKey, name)) << name;
+    };
+}
+
 TEST_F(TaskTest, EachActionRunsItsSchtasksLines)
 {
-    const std::wstring bm = kApp + L"\\StartHalyardBM.xml", copy = TempFolder() + L"StartHalyardBM.xml";
-    const auto benchmark = [&](std::function<void()> giBenchmark) {
-        return [=] {
-            Location(kApp)();
-            PlaceDefinition(bm);
-            giBenchmark();
-        };
+    const auto definition = [] { PlaceDefinition(kApp + L"\\StartHalyardBM.xml"); };
+    const auto benchmark = [&](const std::wstring& text) {
+        return Given(kApp, [=] {
+            definition();
+            SetText(HKEY_CURRENT_USER, kUserKey, L"GiBenchmark", text);
+        });
     };
-    const auto gi = [](const std::wstring& text) {
-        return [=] { SetText(HKEY_CURRENT_USER, kUserKey, L"GiBenchmark", text); };
+    const auto laze = [](DWORD value) { return Given(L"", [=] { SetDword(HKEY_LOCAL_MACHINE, kUserKey, L"LazeStart", value); }); };
+    // The copy in the temporary folder is what gets registered.
+    const Lines bm = {Create(L"StartHalyardBM", TempFolder() + L"StartHalyardBM.xml"),
+                      Change(L"StartHalyardBM", L"halyardcmd.exe", L"benchmark")};
+    const auto registeredCopy = [&](Session& s) {
+        Ran(bm)(s);
+        EXPECT_TRUE(Exists(TempFolder() + L"StartHalyardBM.xml"));
     };
-    const Lines benchmarkLines = {Create(L"StartHalyardBM", copy),
-                                  Change(L"StartHalyardBM", kApp + L"\\halyardcmd.exe", L"benchmark")};
-    const struct {
-        const char* row;
-        const char* action;
-        std::function<void()> arrange;
-        UINT result;
-        Lines lines;
-    } rows[] = {
-        {"logon task", "CreateLogonSchTask", Location(kApp), 0,
-         {Create(L"StartHalyard", kApp + L"\\StartHalyard.xml"),
-          Change(L"StartHalyard", kApp + L"\\halyardcmd.exe", L"startwithdelay")}},
-        // One backslash before the definition, two before the program; the empty argument leaves "\" ".
-        {"capture task, folder with a backslash", "CreateDVRLogonSchTask", Location(kApp + L"\\"), 0,
-         {Create(L"StartDVR", kApp + L"\\StartDVR.xml"), Change(L"StartDVR", kApp + L"\\\\CaptureServCmd.exe", L"")}},
-        {"logon task without Location", "CreateLogonSchTask", nullptr, 1603, {}},
-        {"capture task without Location", "CreateDVRLogonSchTask", nullptr, 1603, {}},
-        {"benchmark copy registered", "CreateBenchMarkRunOnceSchTask", benchmark([] {}), 0, benchmarkLines},
-        {"benchmark \"0\"", "CreateBenchMarkRunOnceSchTask", benchmark(gi(L"0")), 0, benchmarkLines},
-        {"benchmark \"11\"", "CreateBenchMarkRunOnceSchTask", benchmark(gi(L"11")), 0, benchmarkLines},
-        {"benchmark as a number", "CreateBenchMarkRunOnceSchTask",
-         benchmark([] { SetDword(HKEY_CURRENT_USER, kUserKey, L"GiBenchmark", 1); }), 0, benchmarkLines},
-        {"benchmark run already", "CreateBenchMarkRunOnceSchTask", benchmark(gi(L"1")), 0, {}},
-        {"benchmark without definition", "CreateBenchMarkRunOnceSchTask", Location(kApp), 0, {}},
-        {"benchmark without Location", "CreateBenchMarkRunOnceSchTask", nullptr, 0, {}},
-        {"remove logon task", "RemoveHalyardSchedularTask", nullptr, 1, {Delete(L"StartHalyard")}},
-        {"remove capture task", "RemoveDVRSchedularTask", nullptr, 1, {Delete(L"StartDVR")}},
-        {"remove benchmark task", "RemoveBenchMarkRunOnceSchedularTask", nullptr, 1, {Delete(L"StartHalyardBM")}},
-        {"remove updater task", "RemoveSchedularTask", nullptr, 1, {Delete(L"Orvel Updater")}},
-        {"branding, lazy start", "DeleteSchedTaskonBranding",
-         [] { SetDword(HKEY_LOCAL_MACHINE, kUserKey, L"LazeStart", 1); }, 0, {Delete(L"StartHalyard")}},
-        {"branding, LazeStart 2", "DeleteSchedTaskonBranding",
-         [] { SetDword(HKEY_LOCAL_MACHINE, kUserKey, L"LazeStart", 2); }, 0, {}},
-        {"branding, no LazeStart", "DeleteSchedTaskonBranding", nullptr, 0, {}},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.row);
-        ClearArea(IntegrationArea());
-        InstallRecorder(kSchtasks);
-        SetText(HKEY_LOCAL_MACHINE, kRunKey, L"StartHalyard", L"old");
-        SetText(HKEY_LOCAL_MACHINE, kRunKey, L"StartDVR", L"old");
-        if (row.arrange)
-            row.arrange();
-        Session session;
-        EXPECT_EQ(row.result, session.Call(row.action));
-        EXPECT_EQ(row.lines, RecordedCommandLines(kSchtasks, row.lines.size()));
-        // The logon tasks replace their Run values, even when they fail.
-        EXPECT_EQ(row.action == std::string("CreateLogonSchTask"), !HasValue(HKEY_LOCAL_MACHINE, kRunKey, L"StartHalyard"));
-        EXPECT_EQ(row.action == std::string("CreateDVRLogonSchTask"), !HasValue(HKEY_LOCAL_MACHINE, kRunKey, L"StartDVR"));
-        EXPECT_EQ(Lines(), session.Log());
+    RunCases({
+        {"logon", "CreateLogonSchTask", {}, Given(kApp), 0, Exactly({}),
+         Ran({Create(L"StartHalyard", kApp + L"\\StartHalyard.xml"),
+              Change(L"StartHalyard", L"halyardcmd.exe", L"startwithdelay")}, L"StartHalyard")},
+        // A folder ending in a backslash: one before the definition, two before the program.
+        {"capture", "CreateDVRLogonSchTask", {}, Given(kApp + L"\\"), 0, Exactly({}),
+         Ran({Create(L"StartDVR", kApp + L"\\StartDVR.xml"), Change(L"StartDVR", L"\\CaptureServCmd.exe", L"")},
+             L"StartDVR")},
+        {"logon, no Location", "CreateLogonSchTask", {}, Given(), 1603, Exactly({}), Ran({}, L"StartHalyard")},
+        {"capture, no Location", "CreateDVRLogonSchTask", {}, Given(), 1603, Exactly({}), Ran({}, L"StartDVR")},
+        {"benchmark", "CreateBenchMarkRunOnceSchTask", {}, Given(kApp, definition), 0, Exactly({}), registeredCopy},
+        {"benchmark \"0\"", "CreateBenchMarkRunOnceSchTask", {}, benchmark(L"0"), 0, Exactly({}), Ran(bm)},
+        {"benchmark \"11\"", "CreateBenchMarkRunOnceSchTask", {}, benchmark(L"11"), 0, Exactly({}), Ran(bm)},
+        {"benchmark as a number", "CreateBenchMarkRunOnceSchTask", {},
+         Given(kApp, [&] { definition(); SetDword(HKEY_CURRENT_USER, kUserKey, L"GiBenchmark", 1); }), 0,
+         Exactly({}), Ran(bm)},
+        {"benchmark run already", "CreateBenchMarkRunOnceSchTask", {}, benchmark(L"1"), 0, Exactly({}), Ran({})},
+        {"benchmark, no definition", "CreateBenchMarkRunOnceSchTask", {}, Given(kApp), 0, Exactly({}), Ran({})},
+        {"benchmark, no Location", "CreateBenchMarkRunOnceSchTask", {}, Given(), 0, Exactly({}), Ran({})},
+        {"remove logon", "RemoveHalyardSchedularTask", {}, Given(), 1, Exactly({}), Ran({Delete(L"StartHalyard")})},
+        {"remove capture", "RemoveDVRSchedularTask", {}, Given(), 1, Exactly({}), Ran({Delete(L"StartDVR")})},
+        {"remove benchmark", "RemoveBenchMarkRunOnceSchedularTask", {}, Given(), 1, Exactly({}),
+         Ran({Delete(L"StartHalyardBM")})},
+        {"remove updater", "RemoveSchedularTask", {}, Given(), 1, Exactly({}), Ran({Delete(L"Orvel Updater")})},
+        {"lazy start", "DeleteSchedTaskonBranding", {}, laze(1), 0, Exactly({}), Ran({Delete(L"StartHalyard")})},
+        {"LazeStart 2", "DeleteSchedTaskonBranding", {}, laze(2), 0, Exactly({}), Ran({})},
+        {"no LazeStart", "DeleteSchedTaskonBranding", {}, Given(), 0, Exactly({}), Ran({})},
+    });
+}
+
+// Nothing started: the removals give 0, a logon task its usual 0. A line over 260 characters ends the
+// action's process, as the runtime's handler does.
+TEST_F(TaskTest, SchtasksNotStartedOrItsLineTooLong)
+{
+    Given(kApp)();
+    {
+        RefusedProcessStarts refused;
+        for (const char* action : {"RemoveHalyardSchedularTask", "RemoveDVRSchedularTask",
+                                   "RemoveBenchMarkRunOnceSchedularTask", "RemoveSchedularTask", "CreateLogonSchTask"})
+            EXPECT_EQ(0u, Session().Call(action)) << action;
     }
-}
-
-// The registered copy starts tomorrow; the shipped definition is left as it was.
-TEST_F(TaskTest, TheBenchmarkTaskRegistersARewrittenCopy)
-{
-    Location(kApp)();
-    PlaceDefinition(kApp + L"\\StartHalyardBM.xml");
-    Session session;
-    EXPECT_EQ(0u, session.Call("CreateBenchMarkRunOnceSchTask"));
-    EXPECT_EQ(2u, RecordedCommandLines(kSchtasks, 2).size());
-    const std::string copy = ReadFileBytes(TempFolder() + L"StartHalyardBM.xml");
-    const std::wstring text(reinterpret_cast<const wchar_t*>(copy.data()), copy.size() / sizeof(wchar_t));
-    const size_t start = text.find(L"<StartBoundary>");
-    ASSERT_NE(std::wstring::npos, start) << copy.size() << " bytes copied";
-    const time_t tomorrow = time(NULL) + 86400;
-    wchar_t date[16];
-    wcsftime(date, 16, L"%Y-%m-%dT", localtime(&tomorrow));
-    EXPECT_EQ(date, text.substr(start + 15, 11));
-    EXPECT_EQ(kDefinition.size() * 2 + 2, ReadFileBytes(kApp + L"\\StartHalyardBM.xml").size());
-}
-
-// Nothing started: the removals give 0, the others their usual results.
-TEST_F(TaskTest, WithoutSchtasksTheRemovalsGiveZero)
-{
-    Location(kApp)();
-    RefusedProcessStarts refused;
-    for (const char* action : {"RemoveHalyardSchedularTask", "RemoveDVRSchedularTask",
-                               "RemoveBenchMarkRunOnceSchedularTask", "RemoveSchedularTask", "CreateLogonSchTask"}) {
-        Session session;
-        EXPECT_EQ(0u, session.Call(action)) << action;
-    }
-}
-
-// A line that doesn't fit the 260 characters ends the action's process, as the runtime's handler does.
-TEST_F(TaskTest, ALineTooLongEndsTheProcess)
-{
-    Location(kScratch + Repeat(L'f', 200))();
+    SetLocation(kScratch + Repeat(L'f', 200));
     EXPECT_EQ(static_cast<DWORD>(STATUS_STACK_BUFFER_OVERRUN),
               RunToExit(L"\"" + ProgramFolder() + L"action_host.exe\" CreateLogonSchTask"));
-    EXPECT_EQ(Lines(), RecordedCommandLines(kSchtasks));
 }
 
 // Wine's own schtasks registers the task from the definition and deletes it again.
 TEST_F(TaskTest, WinesSchtasksCreatesAndDeletesTheTask)
 {
-    DeleteFileW(kSchtasks.c_str());
     native_.reset();
-    Location(kApp)();
+    Given(kApp)();
+    DeleteFileW(kSchtasks.c_str());
     PlaceDefinition(kApp + L"\\StartHalyard.xml", true);
     Session session;
     EXPECT_EQ(0u, session.Call("CreateLogonSchTask"));
