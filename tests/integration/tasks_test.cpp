@@ -152,6 +152,21 @@ TEST_F(TaskTest, SchtasksNotStartedOrItsLineTooLong)
               RunToExit(L"\"" + ProgramFolder() + L"action_host.exe\" CreateLogonSchTask"));
 }
 
+DWORD WINAPI NoTempPath(DWORD, LPWSTR)
+{
+    return 0;
+}
+
+// Without a temporary folder the copy fails on its empty path, and the create runs with that path.
+TEST_F(TaskTest, WithoutATemporaryFolderTheBenchmarkRegistersAnEmptyPath)
+{
+    Given(kApp, [] { PlaceDefinition(kApp + L"\\StartHalyardBM.xml"); })();
+    ImportPatch noTemp(TesselDll(), "kernel32.dll", "GetTempPathW", reinterpret_cast<void*>(&NoTempPath));
+    EXPECT_EQ(0u, Session().Call("CreateBenchMarkRunOnceSchTask"));
+    EXPECT_EQ((Lines{Create(L"StartHalyardBM", L""), Change(L"StartHalyardBM", L"halyardcmd.exe", L"benchmark")}),
+              RecordedCommandLines(kSchtasks, 2));
+}
+
 // Wine's own schtasks registers the task from the definition and deletes it again.
 TEST_F(TaskTest, WinesSchtasksCreatesAndDeletesTheTask)
 {
