@@ -14,7 +14,7 @@ const wchar_t kHalyardInstallKey[] = L"SOFTWARE\\Kestra Technologies\\Install\\H
 
 // An IStream over a file handle, as far as XmlLite's reader and writer need one.
 // The object owns the handle and closes it with its last reference.
-class FileStream : public IStream {
+class FileStream final : public IStream {
 public:
     // Opens `path` for reading, or creates it empty for writing; share mode read.
     // The new stream has one reference, the caller's.
