@@ -19,6 +19,15 @@ inline harness::Area IntegrationArea()
             {}};
 }
 
+// A UTF-16 task definition with `body` after the declaration, `date` for each "@".
+inline std::string Definition(std::wstring body, const std::wstring& date = L"")
+{
+    for (size_t at; (at = body.find(L'@')) != std::wstring::npos;)
+        body.replace(at, 1, date);
+    const std::wstring text = L"\xFEFF<?xml version=\"1.0\" encoding=\"utf-16\"?>" + body;
+    return std::string(reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t));
+}
+
 // While `native_` lives, a recording program placed as schtasks or regsvr32
 // runs in place of Wine's own.
 class IntegrationTest : public harness::ActionTest {

@@ -120,7 +120,8 @@ TEST_F(ContextMenuTest, UnregisteringMovesALoadedLibraryAndQueuesItsDelete)
     FreeLibrary(loaded);
     EXPECT_EQ(Lines{Unregister(library)}, RecordedCommandLines(kRegsvr32));
     EXPECT_TRUE(Exists(kParked) && !Exists(library));
-    const std::wstring queued = L"\\??\\" + kParked + L'\0' + L'\0' + L"\\??\\" + kSuite + L"\\kestramenu.dll" + L'\0' + L'\0';
+    const std::wstring queued =
+        L"\\??\\" + kParked + L'\0' + L'\0' + L"\\??\\" + kSuite + L"\\kestramenu.dll" + L'\0' + L'\0';
     EXPECT_EQ(queued + queued + L'\0', PendingRenames());
 }
 

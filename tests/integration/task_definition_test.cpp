@@ -20,15 +20,6 @@ using TaskDefinitionTest = IntegrationTest;
 const std::wstring kScratch = kScratchFolder, kSource = kScratch + L"StartHalyardBM.xml",
                    kCopy = kScratch + L"copy.xml", kPrinted = kScratch + L"printed.txt";
 
-// A definition whose body has `date` for each "@".
-std::string Definition(std::wstring body, const std::wstring& date = L"")
-{
-    for (size_t at; (at = body.find(L'@')) != std::wstring::npos;)
-        body.replace(at, 1, date);
-    const std::wstring text = L"\xFEFF<?xml version=\"1.0\" encoding=\"utf-16\"?>" + body;
-    return std::string(reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t));
-}
-
 // Every node but white space as "type name value", an empty element marked "/".
 // Wine's reader may run on for ever over a broken copy: a hundred nodes are
 // more than any definition here has.

@@ -2,37 +2,16 @@
 // by a stand-in in the current directory, and once Wine's real schtasks.
 #include "integration/area.h"
 
-
 using namespace harness;
 
 namespace {
 
-const std::wstring kScratch = kScratchFolder, kApp = kScratch + L"App Folder";
-const std::wstring kSchtasks = kScratch + L"schtasks.exe";
-const wchar_t kInstallKey[] = L"SOFTWARE\\Kestra Technologies\\Install\\Halyard";
+const std::wstring kScratch = kScratchFolder, kApp = kScratch + L"App Folder", kSchtasks = kScratch + L"schtasks.exe";
+const std::wstring kCopy = TempFolder() + L"StartHalyardBM.xml";
 const wchar_t kRunKey[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Run";
 const wchar_t kUserKey[] = L"SOFTWARE\\Orvel\\Halyard";
-// Where Wine's task scheduler keeps a task.
-const std::wstring kStoredTask = L"C:\\windows\\system32\\tasks\\StartHalyard";
-
-// No white space between tags, for Wine's XmlLite. Wine's task scheduler wants the schema's
-// namespace, which Wine's XmlLite can't copy: the benchmark's definition goes without.
-const std::string kNamespace = " xmlns=\"http://schemas.microsoft.com/windows/2004/02/mit/task\"";
-const std::string kDefinition =
-    "<?xml version=\"1.0\" encoding=\"UTF-16\"?><Task version=\"1.2\"><Triggers><LogonTrigger>"
-    "<StartBoundary>2020-01-01T00:00:00</StartBoundary><Enabled>true</Enabled></LogonTrigger></Triggers>"
-    "<Actions Context=\"Author\"><Exec><Command>C:\\windows\\notepad.exe</Command></Exec></Actions></Task>";
-
-void PlaceDefinition(const std::wstring& path, bool withNamespace = false)
-{
-    std::string text = kDefinition;
-    if (withNamespace)
-        text.insert(text.find(">", text.find("<Task")), kNamespace);
-    std::wstring wide(text.begin(), text.end());
-    std::string bytes("\xFF\xFE", 2);
-    bytes.append(reinterpret_cast<const char*>(wide.data()), wide.size() * sizeof(wchar_t));
-    MakeFile(path, bytes);
-}
+const std::wstring kTask = L"<Task><Triggers><LogonTrigger><StartBoundary>2020-01-01T00:00:00</StartBoundary>"
+                           L"</LogonTrigger></Triggers><Actions><Exec><Command>a.exe</Command></Exec></Actions></Task>";
 
 class TaskTest : public IntegrationTest {
 protected:
@@ -54,102 +33,80 @@ std::wstring Change(const std::wstring& task, const std::wstring& program, const
     return L"schtasks /change /TN \"" + task + L"\" /TR \"\\\"" + kApp + L"\\" + program + L"\\\" " + argument + L"\"";
 }
 
-std::wstring Delete(const std::wstring& task)
+const Lines kBenchmarkLines = {Create(L"StartHalyardBM", kCopy),
+                               Change(L"StartHalyardBM", L"halyardcmd.exe", L"benchmark")};
+
+// The recorder as schtasks, both Run values, Location if given, then `more`.
+void Given(const std::wstring& location, std::function<void()> more = nullptr)
 {
-    return L"schtasks /delete /TN \"" + task + L"\" /F";
+    InstallRecorder(kSchtasks);
+    SetCurrentDirectoryW(kScratch.c_str());
+    for (const wchar_t* name : {L"StartHalyard", L"StartDVR"})
+        SetText(HKEY_LOCAL_MACHINE, kRunKey, name, L"old");
+    if (!location.empty())
+        SetText(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kestra Technologies\\Install\\Halyard", L"Location", location);
+    if (more)
+        more();
 }
 
-void SetLocation(const std::wstring& folder)
-{
-    SetText(HKEY_LOCAL_MACHINE, kInstallKey, L"Location", folder);
-}
-
-// The recorder as schtasks, both Run values, then Location and the benchmark's definition where given.
-std::function<void()> Given(const std::wstring& location = L"", std::function<void()> more = nullptr)
+std::function<void()> Benchmark(std::function<void()> more = nullptr)
 {
     return [=] {
-        InstallRecorder(kSchtasks);
-        SetCurrentDirectoryW(kScratch.c_str());
-        for (const wchar_t* name : {L"StartHalyard", L"StartDVR"})
-            SetText(HKEY_LOCAL_MACHINE, kRunKey, name, L"old");
-        if (!location.empty())
-            SetLocation(location);
+        MakeFile(kApp + L"\\StartHalyardBM.xml", Definition(kTask));
         if (more)
             more();
     };
 }
 
-// The lines recorded (the change runs detached: awaited), and which Run value went.
-std::function<void(Session&)> Ran(const Lines& lines, const std::wstring& runValueGone = L"")
-{
-    return [=](Session&) {
-        EXPECT_EQ(lines, RecordedCommandLines(kSchtasks, lines.size()));
-        for (const wchar_t* name : {L"StartHalyard", L"StartDVR"})
-            EXPECT_EQ(runValueGone == name, !HasValue(HKEY_LOCAL_MACHINE, kRunKey, name)) << name;
-    };
-}
-
+// The lines (the change runs detached: awaited), the Run value that went (none but the logon tasks'), the result.
 TEST_F(TaskTest, EachActionRunsItsSchtasksLines)
 {
-    const auto definition = [] { PlaceDefinition(kApp + L"\\StartHalyardBM.xml"); };
-    const auto benchmark = [&](const std::wstring& text) {
-        return Given(kApp, [=] {
-            definition();
-            SetText(HKEY_CURRENT_USER, kUserKey, L"GiBenchmark", text);
-        });
+    const auto gi = [](const std::wstring& text) {
+        return [=] { SetText(HKEY_CURRENT_USER, kUserKey, L"GiBenchmark", text); };
     };
-    const auto laze = [](DWORD value) { return Given(L"", [=] { SetDword(HKEY_LOCAL_MACHINE, kUserKey, L"LazeStart", value); }); };
-    // The copy in the temporary folder is what gets registered.
-    const Lines bm = {Create(L"StartHalyardBM", TempFolder() + L"StartHalyardBM.xml"),
-                      Change(L"StartHalyardBM", L"halyardcmd.exe", L"benchmark")};
-    const auto registeredCopy = [&](Session& s) {
-        Ran(bm)(s);
-        EXPECT_TRUE(Exists(TempFolder() + L"StartHalyardBM.xml"));
-    };
-    RunCases({
-        {"logon", "CreateLogonSchTask", {}, Given(kApp), 0, Exactly({}),
-         Ran({Create(L"StartHalyard", kApp + L"\\StartHalyard.xml"),
-              Change(L"StartHalyard", L"halyardcmd.exe", L"startwithdelay")}, L"StartHalyard")},
+    const auto laze = [](DWORD value) { return [=] { SetDword(HKEY_LOCAL_MACHINE, kUserKey, L"LazeStart", value); }; };
+    const std::wstring del = L"schtasks /delete /TN ";
+    const struct {
+        const char* action;
+        std::wstring location;
+        std::function<void()> more;
+        UINT result;
+        Lines lines;
+        const wchar_t* runValueGone;
+    } rows[] = {
+        {"CreateLogonSchTask", kApp, nullptr, 0,
+         {Create(L"StartHalyard", kApp + L"\\StartHalyard.xml"),
+          Change(L"StartHalyard", L"halyardcmd.exe", L"startwithdelay")},
+         L"StartHalyard"},
         // A folder ending in a backslash: one before the definition, two before the program.
-        {"capture", "CreateDVRLogonSchTask", {}, Given(kApp + L"\\"), 0, Exactly({}),
-         Ran({Create(L"StartDVR", kApp + L"\\StartDVR.xml"), Change(L"StartDVR", L"\\CaptureServCmd.exe", L"")},
-             L"StartDVR")},
-        {"logon, no Location", "CreateLogonSchTask", {}, Given(), 1603, Exactly({}), Ran({}, L"StartHalyard")},
-        {"capture, no Location", "CreateDVRLogonSchTask", {}, Given(), 1603, Exactly({}), Ran({}, L"StartDVR")},
-        {"benchmark", "CreateBenchMarkRunOnceSchTask", {}, Given(kApp, definition), 0, Exactly({}), registeredCopy},
-        {"benchmark \"0\"", "CreateBenchMarkRunOnceSchTask", {}, benchmark(L"0"), 0, Exactly({}), Ran(bm)},
-        {"benchmark \"11\"", "CreateBenchMarkRunOnceSchTask", {}, benchmark(L"11"), 0, Exactly({}), Ran(bm)},
-        {"benchmark as a number", "CreateBenchMarkRunOnceSchTask", {},
-         Given(kApp, [&] { definition(); SetDword(HKEY_CURRENT_USER, kUserKey, L"GiBenchmark", 1); }), 0,
-         Exactly({}), Ran(bm)},
-        {"benchmark run already", "CreateBenchMarkRunOnceSchTask", {}, benchmark(L"1"), 0, Exactly({}), Ran({})},
-        {"benchmark, no definition", "CreateBenchMarkRunOnceSchTask", {}, Given(kApp), 0, Exactly({}), Ran({})},
-        {"benchmark, no Location", "CreateBenchMarkRunOnceSchTask", {}, Given(), 0, Exactly({}), Ran({})},
-        {"remove logon", "RemoveHalyardSchedularTask", {}, Given(), 1, Exactly({}), Ran({Delete(L"StartHalyard")})},
-        {"remove capture", "RemoveDVRSchedularTask", {}, Given(), 1, Exactly({}), Ran({Delete(L"StartDVR")})},
-        {"remove benchmark", "RemoveBenchMarkRunOnceSchedularTask", {}, Given(), 1, Exactly({}),
-         Ran({Delete(L"StartHalyardBM")})},
-        {"remove updater", "RemoveSchedularTask", {}, Given(), 1, Exactly({}), Ran({Delete(L"Orvel Updater")})},
-        {"lazy start", "DeleteSchedTaskonBranding", {}, laze(1), 0, Exactly({}), Ran({Delete(L"StartHalyard")})},
-        {"LazeStart 2", "DeleteSchedTaskonBranding", {}, laze(2), 0, Exactly({}), Ran({})},
-        {"no LazeStart", "DeleteSchedTaskonBranding", {}, Given(), 0, Exactly({}), Ran({})},
-    });
-}
-
-// Nothing started: the removals give 0, a logon task its usual 0. A line over 260 characters ends the
-// action's process, as the runtime's handler does.
-TEST_F(TaskTest, SchtasksNotStartedOrItsLineTooLong)
-{
-    Given(kApp)();
-    {
-        RefusedProcessStarts refused;
-        for (const char* action : {"RemoveHalyardSchedularTask", "RemoveDVRSchedularTask",
-                                   "RemoveBenchMarkRunOnceSchedularTask", "RemoveSchedularTask", "CreateLogonSchTask"})
-            EXPECT_EQ(0u, Session().Call(action)) << action;
+        {"CreateDVRLogonSchTask", kApp + L"\\", nullptr, 0,
+         {Create(L"StartDVR", kApp + L"\\StartDVR.xml"), Change(L"StartDVR", L"\\CaptureServCmd.exe", L"")},
+         L"StartDVR"},
+        {"CreateLogonSchTask", L"", nullptr, 1603, {}, L"StartHalyard"},
+        {"CreateBenchMarkRunOnceSchTask", kApp, Benchmark(), 0, kBenchmarkLines, L""},
+        {"CreateBenchMarkRunOnceSchTask", kApp, Benchmark(gi(L"0")), 0, kBenchmarkLines, L""},
+        {"CreateBenchMarkRunOnceSchTask", kApp,
+         Benchmark([] { SetDword(HKEY_CURRENT_USER, kUserKey, L"GiBenchmark", 1); }), 0, kBenchmarkLines, L""},
+        {"CreateBenchMarkRunOnceSchTask", kApp, Benchmark(gi(L"1")), 0, {}, L""},
+        {"CreateBenchMarkRunOnceSchTask", kApp, nullptr, 0, {}, L""},  // no definition
+        {"RemoveHalyardSchedularTask", L"", nullptr, 1, {del + L"\"StartHalyard\" /F"}, L""},
+        {"RemoveDVRSchedularTask", L"", nullptr, 1, {del + L"\"StartDVR\" /F"}, L""},
+        {"RemoveBenchMarkRunOnceSchedularTask", L"", nullptr, 1, {del + L"\"StartHalyardBM\" /F"}, L""},
+        {"RemoveSchedularTask", L"", nullptr, 1, {del + L"\"Orvel Updater\" /F"}, L""},
+        {"DeleteSchedTaskonBranding", L"", laze(1), 0, {del + L"\"StartHalyard\" /F"}, L""},
+        {"DeleteSchedTaskonBranding", L"", laze(2), 0, {}, L""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(::testing::Message() << row.action << " row " << (&row - rows));
+        ClearArea(IntegrationArea());
+        Given(row.location, row.more);
+        Session session;
+        EXPECT_EQ(row.result, session.Call(row.action));
+        EXPECT_EQ(row.lines, RecordedCommandLines(kSchtasks, row.lines.size()));
+        for (const wchar_t* name : {L"StartHalyard", L"StartDVR"})
+            EXPECT_EQ(std::wstring(row.runValueGone) == name, !HasValue(HKEY_LOCAL_MACHINE, kRunKey, name)) << name;
+        EXPECT_TRUE(session.Log().empty() && Exists(kCopy) == (row.lines == kBenchmarkLines));
     }
-    SetLocation(kScratch + Repeat(L'f', 200));
-    EXPECT_EQ(static_cast<DWORD>(STATUS_STACK_BUFFER_OVERRUN),
-              RunToExit(L"\"" + ProgramFolder() + L"action_host.exe\" CreateLogonSchTask"));
 }
 
 DWORD WINAPI NoTempPath(DWORD, LPWSTR)
@@ -157,28 +114,42 @@ DWORD WINAPI NoTempPath(DWORD, LPWSTR)
     return 0;
 }
 
-// Without a temporary folder the copy fails on its empty path, and the create runs with that path.
-TEST_F(TaskTest, WithoutATemporaryFolderTheBenchmarkRegistersAnEmptyPath)
+// Nothing started: the removals give 0, a logon task its usual 0. Without a temporary folder the benchmark
+// registers an empty path. A line over 260 characters ends the action's process, as the runtime's handler does.
+TEST_F(TaskTest, SchtasksNotStartedNoTemporaryFolderOrALineTooLong)
 {
-    Given(kApp, [] { PlaceDefinition(kApp + L"\\StartHalyardBM.xml"); })();
-    ImportPatch noTemp(TesselDll(), "kernel32.dll", "GetTempPathW", reinterpret_cast<void*>(&NoTempPath));
-    EXPECT_EQ(0u, Session().Call("CreateBenchMarkRunOnceSchTask"));
-    EXPECT_EQ((Lines{Create(L"StartHalyardBM", L""), Change(L"StartHalyardBM", L"halyardcmd.exe", L"benchmark")}),
-              RecordedCommandLines(kSchtasks, 2));
+    Given(kApp, Benchmark());
+    {
+        RefusedProcessStarts refused;
+        for (const char* action : {"RemoveHalyardSchedularTask", "RemoveDVRSchedularTask",
+                                   "RemoveBenchMarkRunOnceSchedularTask", "RemoveSchedularTask", "CreateLogonSchTask"})
+            EXPECT_EQ(0u, Session().Call(action)) << action;
+    }
+    {
+        ImportPatch noTemp(TesselDll(), "kernel32.dll", "GetTempPathW", reinterpret_cast<void*>(&NoTempPath));
+        EXPECT_EQ(0u, Session().Call("CreateBenchMarkRunOnceSchTask"));
+        EXPECT_EQ((Lines{Create(L"StartHalyardBM", L""), kBenchmarkLines[1]}), RecordedCommandLines(kSchtasks, 2));
+    }
+    Given(kScratch + Repeat(L'f', 200));
+    EXPECT_EQ(static_cast<DWORD>(STATUS_STACK_BUFFER_OVERRUN),
+              RunToExit(L"\"" + ProgramFolder() + L"action_host.exe\" CreateLogonSchTask"));
 }
 
-// Wine's own schtasks registers the task from the definition and deletes it again.
+// Wine's own schtasks (which wants the schema's namespace) registers the task and deletes it again.
 TEST_F(TaskTest, WinesSchtasksCreatesAndDeletesTheTask)
 {
     native_.reset();
-    Given(kApp)();
-    DeleteFileW(kSchtasks.c_str());
-    PlaceDefinition(kApp + L"\\StartHalyard.xml", true);
+    std::wstring task = kTask;
+    Given(kApp, [&] {
+        DeleteFileW(kSchtasks.c_str());
+        task.insert(5, L" xmlns=\"http://schemas.microsoft.com/windows/2004/02/mit/task\"");
+        MakeFile(kApp + L"\\StartHalyard.xml", Definition(task));
+    });
     Session session;
     EXPECT_EQ(0u, session.Call("CreateLogonSchTask"));
-    EXPECT_TRUE(Exists(kStoredTask));
+    EXPECT_TRUE(Exists(L"C:\\windows\\system32\\tasks\\StartHalyard"));
     EXPECT_EQ(1u, session.Call("RemoveHalyardSchedularTask"));
-    EXPECT_FALSE(Exists(kStoredTask));
+    EXPECT_FALSE(Exists(L"C:\\windows\\system32\\tasks\\StartHalyard"));
 }
 
 }  // namespace
