@@ -63,7 +63,7 @@ struct WebShortcutInfo {
     std::wstring url;
     std::wstring description;
     std::wstring icon_path;  // the icon file's full path
-    int icon_index = 0;
+    int icon_index = 0;  // always 0
 };
 
 // Describe the Bethesda launcher's and the compute-sharing partner's shortcut

@@ -113,7 +113,6 @@ bool FillWebShortcut(const WebShortcut& shortcut, WebShortcutInfo& info)
     GetSpecialFolder(CSIDL_PROGRAM_FILES, programFiles);
     info.icon_path = programFiles + PathSeparatorFor(programFiles.c_str()) + shortcut.icon;
     info.description = shortcut.description;
-    info.icon_index = 0;
     return true;
 }
 

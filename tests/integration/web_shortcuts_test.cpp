@@ -34,10 +34,9 @@ std::wstring Url(size_t chars) { return L"https://" + Repeat(L'u', chars - 8); }
 Area WebShortcutArea()
 {
     Area area = IntegrationArea();
-    for (const wchar_t* name : {L"Quake Champions.url", L"Quake Champions", L"GridCoupon.url", L"Other.url"})
-        area.folders.push_back(Desktop() + name);
-    area.folders.push_back(Folder(CSIDL_COMMON_PROGRAMS) + kVaneLink);
-    area.folders.push_back(Folder(CSIDL_PROGRAMS) + kVaneLink);
+    area.folders.insert(area.folders.end(),
+                        {Desktop() + L"Quake Champions.url", Desktop() + L"GridCoupon.url", Desktop() + L"Other.url",
+                         Folder(CSIDL_COMMON_PROGRAMS) + kVaneLink, Folder(CSIDL_PROGRAMS) + kVaneLink});
     return area;
 }
 
@@ -49,39 +48,28 @@ protected:
 TEST_F(WebShortcutTest, FillOffersTheTargetTheNamesSize)
 {
     WebShortcutInfo bethesda, gridCoupon;
-    ASSERT_TRUE(FillBethesdaShortcut(bethesda));
-    ASSERT_TRUE(FillBlockChainShortcut(gridCoupon));
-    const std::wstring orvel = Folder(CSIDL_PROGRAM_FILES) + L"\\Orvel\\";
-    EXPECT_EQ(Desktop() + L"Quake Champions.url", bethesda.file_path);
+    ASSERT_TRUE(FillBethesdaShortcut(bethesda) && FillBlockChainShortcut(gridCoupon));
+    const std::wstring orvel = Folder(CSIDL_PROGRAM_FILES) + L"\\Orvel\\", quake = L"Quake Champions.url";
+    EXPECT_EQ(Desktop() + quake, bethesda.file_path);
     EXPECT_EQ(orvel + L"Bethesda\\quakechamps.ico", bethesda.icon_path);
     EXPECT_EQ(L"Download link for Bethesda Launcher and access to various Bethesda content", bethesda.description);
     EXPECT_EQ(Desktop() + L"GridCoupon.url", gridCoupon.file_path);
     EXPECT_EQ(orvel + L"GridCoupon\\kestra.ico", gridCoupon.icon_path);
     EXPECT_EQ(L"GridCoupon allows you to exchange your PC's computation power for coupons", gridCoupon.description);
-    EXPECT_EQ(L"https://", bethesda.url.substr(0, 8));
-    EXPECT_EQ(L"https://", gridCoupon.url.substr(0, 8));
 
     // "Coupons.url" is 11 characters: with its terminator a target of 11 fits, one of 12 doesn't.
-    const struct {
-        const char* row;
-        bool (*fill)(WebShortcutInfo&);
-        Rows values;
-        std::wstring file;
-        std::wstring url;
-    } rows[] = {
+    struct FillCase { const char* row; bool (*fill)(WebShortcutInfo&); Rows values; std::wstring file, url; };
+    const FillCase rows[] = {
         {"target as long as the name", FillBlockChainShortcut,
          {{L"BlockChainName", L"Coupons.url"}, {L"BlockChainLink", Url(11)}}, L"Coupons.url.url", Url(11)},
         {"target longer than the name", FillBlockChainShortcut,
          {{L"BlockChainName", L"Coupons.url"}, {L"BlockChainLink", Url(12)}}, L"Coupons.url.url", gridCoupon.url},
-        {"no name: 520 bytes for the target", FillBethesdaShortcut, {{L"BethesdaHyperlink", Url(259)}},
-         L"Quake Champions.url", Url(259)},
-        {"no name: 522 bytes are too many", FillBethesdaShortcut, {{L"BethesdaHyperlink", Url(260)}},
-         L"Quake Champions.url", bethesda.url},
-        {"name without extension", FillBethesdaShortcut,
-         {{L"BethesdaSCName", L"Quake Champions"}, {L"BethesdaHyperlink", Url(15)}}, L"Quake Champions", Url(15)},
         {"empty name leaves room for no target", FillBlockChainShortcut,
          {{L"BlockChainName", L""}, {L"BlockChainLink", L"h"}}, L".url", gridCoupon.url},
-        {"empty target", FillBethesdaShortcut, {{L"BethesdaHyperlink", L""}}, L"Quake Champions.url", bethesda.url},
+        {"no name: 520 bytes offered", FillBethesdaShortcut, {{L"BethesdaHyperlink", Url(259)}}, quake, Url(259)},
+        {"no name: 522 bytes too many", FillBethesdaShortcut, {{L"BethesdaHyperlink", Url(260)}}, quake, bethesda.url},
+        {"name without extension, empty target", FillBethesdaShortcut,
+         {{L"BethesdaSCName", L"Quake Champions"}, {L"BethesdaHyperlink", L""}}, L"Quake Champions", bethesda.url},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.row);
@@ -94,42 +82,35 @@ TEST_F(WebShortcutTest, FillOffersTheTargetTheNamesSize)
         EXPECT_EQ(row.url, info.url);
     }
 
+    // The last row left no BlockChainName: the shortcut's default name is taken, and it is there now.
     MakeFile(gridCoupon.file_path);
-    WebShortcutInfo existing;
-    EXPECT_FALSE(FillBlockChainShortcut(existing));
-    // Wine's InternetShortcut has no IShellLinkW: the making stops there, before a file is saved.
+    EXPECT_FALSE(FillBlockChainShortcut(gridCoupon));
+    // Wine's InternetShortcut has no IShellLinkW: the making stops there, and no file is saved.
     EXPECT_EQ(E_NOINTERFACE, CreateInternetShortcut(bethesda.file_path.c_str(), bethesda.url.c_str(),
                                                     bethesda.description.c_str(), bethesda.icon_path.c_str(), 0));
     EXPECT_FALSE(Exists(bethesda.file_path));
 }
 
+HRESULT WINAPI ThrowingFolderPath(HWND, int, HANDLE, DWORD, LPWSTR) { throw std::runtime_error("no memory"); }
+
 TEST_F(WebShortcutTest, ActionsLogNothingAndGiveTheirOwnResults)
 {
-    const std::wstring gridCoupon = Desktop() + L"GridCoupon.url", other = Desktop() + L"Other.url";
+    const std::wstring quake = Desktop() + L"Quake Champions.url", gridCoupon = Desktop() + L"GridCoupon.url";
+    const std::wstring other = Desktop() + L"Other.url";
     const std::wstring common = Folder(CSIDL_COMMON_PROGRAMS) + kVaneLink, own = Folder(CSIDL_PROGRAMS) + kVaneLink;
     RunCases({
-        // No file on Wine, as above.
-        {"Bethesda shortcut", "CreateBethasdaShortcut", {}, nullptr, 0, Exactly({}),
-         Present({}, {Desktop() + L"Quake Champions.url"})},
-        {"GridCoupon shortcut already there", "CreateBlockChainShortcut", {},
-         [&] {
-             MakeFile(gridCoupon, "kept");
-             SetText(HKEY_LOCAL_MACHINE, kInstallKey, L"BlockChainLink", L"https://elsewhere");
-         },
-         0, Exactly({}), [&](Session&) { EXPECT_EQ("kept", ReadFileBytes(gridCoupon)); }},
-        {"partner's shortcut deleted by its default name only", "DeleteBCShortcut", {},
-         [&] {
-             SetText(HKEY_LOCAL_MACHINE, kInstallKey, L"BlockChainName", L"Other");
-             Make({gridCoupon, other})();
-         },
-         0, Exactly({}), Present({other}, {gridCoupon})},
-        {"no partner's shortcut", "DeleteBCShortcut", {}, nullptr, 0, Exactly({}), nullptr},
+        {"Bethesda shortcut there", "CreateBethasdaShortcut", {}, Make({quake}), 0, Exactly({}), Present({quake})},
+        {"partner's shortcut deleted by its default name only", "DeleteBCShortcut", {}, Make({gridCoupon, other}), 0,
+         Exactly({}), Present({other}, {gridCoupon})},
         {"link in the user's start menu only", "RemoveVaneStartMenu", {}, Make({own}), 1, Exactly({}),
          Present({}, {own})},
         {"links in both start menus", "RemoveVaneStartMenu", {}, Make({common, own}), 1, Exactly({}),
          Present({own}, {common})},
         {"no link", "RemoveVaneStartMenu", {}, nullptr, 0, Exactly({}), nullptr},
     });
+    ImportPatch throwing(TesselDll(), "shell32.dll", "SHGetFolderPathW", reinterpret_cast<void*>(&ThrowingFolderPath));
+    Session session;
+    EXPECT_EQ(1603u, session.Call("CreateBlockChainShortcut"));
 }
 
 }  // namespace
