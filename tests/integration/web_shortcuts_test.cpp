@@ -50,7 +50,6 @@ TEST_F(WebShortcutTest, FillOffersTheTargetTheNamesSize)
     WebShortcutInfo bethesda, gridCoupon;
     ASSERT_TRUE(FillBethesdaShortcut(bethesda) && FillBlockChainShortcut(gridCoupon));
     const std::wstring orvel = Folder(CSIDL_PROGRAM_FILES) + L"\\Orvel\\", quake = L"Quake Champions.url";
-    EXPECT_EQ(Desktop() + quake, bethesda.file_path);
     EXPECT_EQ(orvel + L"Bethesda\\quakechamps.ico", bethesda.icon_path);
     EXPECT_EQ(L"Download link for Bethesda Launcher and access to various Bethesda content", bethesda.description);
     EXPECT_EQ(Desktop() + L"GridCoupon.url", gridCoupon.file_path);
@@ -91,25 +90,27 @@ TEST_F(WebShortcutTest, FillOffersTheTargetTheNamesSize)
     EXPECT_FALSE(Exists(bethesda.file_path));
 }
 
-HRESULT WINAPI ThrowingFolderPath(HWND, int, HANDLE, DWORD, LPWSTR) { throw std::runtime_error("no memory"); }
+// SHGetFolderPathW as the DLL sees it at the end: failing, then throwing as a failed allocation would.
+bool g_throw = false;
+HRESULT WINAPI NoDesktop(HWND, int, HANDLE, DWORD, LPWSTR) { return g_throw ? throw std::runtime_error("") : E_FAIL; }
 
 TEST_F(WebShortcutTest, ActionsLogNothingAndGiveTheirOwnResults)
 {
-    const std::wstring quake = Desktop() + L"Quake Champions.url", gridCoupon = Desktop() + L"GridCoupon.url";
-    const std::wstring other = Desktop() + L"Other.url";
+    const std::wstring quake = Desktop() + L"Quake Champions.url", coupon = Desktop() + L"GridCoupon.url";
+    const std::wstring other = Desktop() + L"Other.url";  // a BlockChainName the removal doesn't know
     const std::wstring common = Folder(CSIDL_COMMON_PROGRAMS) + kVaneLink, own = Folder(CSIDL_PROGRAMS) + kVaneLink;
     RunCases({
         {"Bethesda shortcut there", "CreateBethasdaShortcut", {}, Make({quake}), 0, Exactly({}), Present({quake})},
-        {"partner's shortcut deleted by its default name only", "DeleteBCShortcut", {}, Make({gridCoupon, other}), 0,
-         Exactly({}), Present({other}, {gridCoupon})},
-        {"link in the user's start menu only", "RemoveVaneStartMenu", {}, Make({own}), 1, Exactly({}),
-         Present({}, {own})},
-        {"links in both start menus", "RemoveVaneStartMenu", {}, Make({common, own}), 1, Exactly({}),
-         Present({own}, {common})},
+        {"default name", "DeleteBCShortcut", {}, Make({coupon, other}), 0, Exactly({}), Present({other}, {coupon})},
+        {"user's link only", "RemoveVaneStartMenu", {}, Make({own}), 1, Exactly({}), Present({}, {own})},
+        {"both links", "RemoveVaneStartMenu", {}, Make({common, own}), 1, Exactly({}), Present({own}, {common})},
         {"no link", "RemoveVaneStartMenu", {}, nullptr, 0, Exactly({}), nullptr},
     });
-    ImportPatch throwing(TesselDll(), "shell32.dll", "SHGetFolderPathW", reinterpret_cast<void*>(&ThrowingFolderPath));
+    ImportPatch failing(TesselDll(), "shell32.dll", "SHGetFolderPathW", reinterpret_cast<void*>(&NoDesktop));
     Session session;
+    EXPECT_EQ(1603u, session.Call("DeleteBCShortcut"));
+    EXPECT_EQ(0u, session.Call("CreateBethasdaShortcut"));
+    g_throw = true;
     EXPECT_EQ(1603u, session.Call("CreateBlockChainShortcut"));
 }
 
