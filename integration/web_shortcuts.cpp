@@ -153,8 +153,7 @@ bool FillBlockChainShortcut(WebShortcutInfo& info)
 
 HRESULT CreateInternetShortcut(LPCWSTR filePath, LPCWSTR url, LPCWSTR description, LPCWSTR iconPath, int iconIndex)
 {
-    // The thread stays in its apartment after this: it is the installer's, and
-    // later shortcuts want it there too.
+    // Never uninitialised: the installer's thread stays in this apartment for good.
     CoInitialize(NULL);
     IUniformResourceLocatorW* locator = NULL;
     HRESULT result = CoCreateInstance(CLSID_InternetShortcut, NULL, CLSCTX_INPROC_SERVER,
