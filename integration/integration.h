@@ -56,3 +56,22 @@ HRESULT RewriteStartBoundary(std::wstring source, std::wstring destination);
 // a test has set another.
 typedef time_t (*TaskClock)(time_t*);
 extern TaskClock g_taskClock;
+
+// One desktop shortcut to a web page, as the fill procedures describe it.
+struct WebShortcutInfo {
+    std::wstring file_path;  // the .url file's full path
+    std::wstring url;
+    std::wstring description;
+    std::wstring icon_path;  // the icon file's full path
+    int icon_index = 0;  // always 0
+};
+
+// Describe the Bethesda launcher's and the compute-sharing partner's shortcut
+// from the install key's values, or their defaults. False when no shortcut is
+// to be made: the desktop can't be found, or the file is there already.
+bool FillBethesdaShortcut(WebShortcutInfo& info);
+bool FillBlockChainShortcut(WebShortcutInfo& info);
+
+// Makes a .url file through the shell's InternetShortcut object.
+HRESULT CreateInternetShortcut(LPCWSTR filePath, LPCWSTR url, LPCWSTR description, LPCWSTR iconPath,
+                               int iconIndex);
