@@ -57,9 +57,12 @@ snapshot() {
     "$tessel_wine" reg export 'HKLM\SOFTWARE' 'C:\tessel\demo\hklm.reg' /y &&
     "$tessel_wine" reg export 'HKCU\Software' 'C:\tessel\demo\hkcu.reg' /y) >/dev/null 2>&1
   cat "$demo_dir/hklm.reg" "$demo_dir/hkcu.reg" > "$out/$name.reg"
-  (cd "$WINEPREFIX/drive_c" &&
+  # The tasks Wine's scheduler stores are the only files of the Windows folder shown.
+  (cd "$WINEPREFIX/drive_c" && {
     find . \( -path ./windows -o -path ./tessel -o -path './users/*/Temp' -o -path './users/*/AppData/Local/Temp' \) -prune \
-      -o -print; find ./windows/system32/tasks -type f) | sort) > "$out/$name.files"
+      -o -print
+    find ./windows/system32/tasks -type f
+  } | sort) > "$out/$name.files"
 }
 
 # Runs msiexec through cmd, which can tell its whole exit code (a process's

@@ -80,7 +80,8 @@ def started_programs(err):
     lines = []
     for escaped in re.findall(r'CreateProcessInternalW app .* cmdline L"(.*)"$', err, re.M):
         line = re.sub(r'\\(.)', r'\1', escaped)
-        if "msiexec" not in line.lower() and not line.lower().startswith('"c:\\windows\\system32\\cmd.exe"'):
+        # The installer's own processes, and Wine's console host of each child, are not the actions'.
+        if not any(own in line.lower() for own in ("msiexec", "system32\\cmd.exe", "system32\\conhost.exe")):
             lines.append(line)
     return lines
 
