@@ -164,6 +164,7 @@ HRESULT CreateInternetShortcut(LPCWSTR filePath, LPCWSTR url, LPCWSTR descriptio
     locator->QueryInterface(IID_IPersistFile, reinterpret_cast<void**>(&file));
     IShellLinkW* link = NULL;
     result = locator->QueryInterface(IID_IShellLinkW, reinterpret_cast<void**>(&link));
+    // Without a shell link the file interface is left unreleased, as it always was.
     if (SUCCEEDED(result)) {
         locator->SetURL(url, 0);
         result = link->SetIconLocation(iconPath, iconIndex);
@@ -171,10 +172,10 @@ HRESULT CreateInternetShortcut(LPCWSTR filePath, LPCWSTR url, LPCWSTR descriptio
             result = link->SetDescription(description);
         if (SUCCEEDED(result))
             result = file->Save(filePath, TRUE);
+        if (file != NULL)
+            file->Release();
         link->Release();
     }
-    if (file != NULL)
-        file->Release();
     locator->Release();
     return result;
 }
