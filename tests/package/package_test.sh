@@ -50,6 +50,16 @@ check
 [ "$(tr -d '\r' < "$installed_cfg")" = "$(printf '# Install manager settings\nLanguage=en\n[Updates]\nload_DLM=true\nCheckForUpdates=weekly')" ] ||
   fail "the settings file after the install is not as expected"
 
+# The settings application's logon tasks as Wine's scheduler stores them, and
+# the context menu's handler with the class its library registered.
+for task in StartHalyard StartDVR; do
+  check
+  grep -qx "\./windows/system32/tasks/$task" "$out/installed.files" || fail "the task $task was not registered"
+done
+iconv -f UTF-16 -t UTF-8 "$out/installed.reg" | tr -d '\r' > "$out/installed.reg.txt"
+expect_line "$out/installed.reg.txt" '@="{7B3A91C4-5E1D-4F02-9A66-2C8D1E07F3B5}"'
+expect_line "$out/installed.reg.txt" '@="C:\\Program Files\\Kestra Technologies\\Demo Suite\\Halyard\\Halyard\\kestramenu64.dll"'
+
 # The removal hands over to the install manager with its switches, whose
 # restart request comes back as REBOOT=F; the files are as before the install.
 log="$out/remove.log"
@@ -72,6 +82,8 @@ check
 grep -Fq 'Packages\W-06-2U00-000-002-188-001-00-25]' "$out/removed.reg.txt" || fail "another package's record went"
 check
 ! grep -Fq 'Uninstall\Orvel Quillon Install Manager]' "$out/removed.reg.txt" || fail "the install manager's entry is still there"
+check
+! grep -Fq 'ContextMenuHandlers\Lumen]' "$out/removed.reg.txt" || fail "the context menu's handler is still there"
 
 # The refused install: 1612 from the gate, and nothing changed.
 expect_equal "refused install exit code" 1603 "$(cat "$out/refused.rc")"
