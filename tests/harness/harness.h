@@ -108,6 +108,19 @@ private:
     std::vector<std::wstring> programs_;
 };
 
+// While alive, the recording program stands at `path` in place of the file
+// there (a system tool: hold NativePrograms for it too), which comes back after.
+class StandIn {
+public:
+    explicit StandIn(const std::wstring& path);
+    ~StandIn();
+    StandIn(const StandIn&) = delete;
+    StandIn& operator=(const StandIn&) = delete;
+
+private:
+    std::wstring path_, original_;
+};
+
 // A tree of keys cleared in both registry views.
 struct KeyTree {
     HKEY root;

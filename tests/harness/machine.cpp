@@ -321,6 +321,26 @@ void InstallRecorder(const std::wstring& targetPath)
     DeleteFileW((targetPath + L".cmdline").c_str());
 }
 
+StandIn::StandIn(const std::wstring& path) : path_(path), original_(path)
+{
+    // The file comes back under its own name, in its own case.
+    WIN32_FIND_DATAW found;
+    HANDLE find = FindFirstFileW(path.c_str(), &found);
+    if (find != INVALID_HANDLE_VALUE) {
+        original_ = path.substr(0, path.rfind(L'\\') + 1) + found.cFileName;
+        FindClose(find);
+    }
+    MoveFileExW(path.c_str(), (path + L".saved").c_str(), MOVEFILE_REPLACE_EXISTING);
+    InstallRecorder(path);
+}
+
+StandIn::~StandIn()
+{
+    for (const std::wstring& file : {path_, path_ + L".cmdline"})
+        DeleteFileW(file.c_str());
+    MoveFileExW((path_ + L".saved").c_str(), original_.c_str(), 0);
+}
+
 std::vector<std::wstring> RecordedCommandLines(const std::wstring& programPath, size_t atLeast)
 {
     std::string bytes = ReadFileBytes(programPath + L".cmdline");

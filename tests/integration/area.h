@@ -1,5 +1,5 @@
-// What the integration actions touch: the settings application's install key
-// and its user and machine settings, the context menu's class keys, the files
+// What the integration actions touch: the install keys and locations of the
+// suite's programs and their user and machine settings, the context menu's class keys, the files
 // they leave in the temporary folder and the task Wine's scheduler stores.
 #pragma once
 
@@ -11,6 +11,7 @@ inline harness::Area IntegrationArea()
 {
     const std::wstring temp = harness::TempFolder();
     return {{{HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kestra Technologies"},
+             {HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kestra"},
              {HKEY_LOCAL_MACHINE, L"SOFTWARE\\Orvel"},
              {HKEY_CURRENT_USER, L"SOFTWARE\\Orvel"},
              {HKEY_CLASSES_ROOT, L"Directory\\Background\\shellex\\ContextMenuHandlers\\Lumen"},
