@@ -15,7 +15,8 @@ TEST_F(AppControlTest, EachActionRunsItsLineFromItsLocation)
 {
     NativePrograms native{L"taskkill.exe", L"explorer.exe"};
     StandIn taskKill(kTaskKill), explorer(kExplorer), profiler(kProfiler);
-    const std::wstring lumen = L"SOFTWARE\\Kestra\\Lumen\\Packages\\", install = L"SOFTWARE\\Kestra Technologies\\Install\\";
+    const std::wstring lumen = L"SOFTWARE\\Kestra\\Lumen\\Packages\\";
+    const std::wstring install = L"SOFTWARE\\Kestra Technologies\\Install\\";
     const struct {
         const char* action;
         std::wstring key;     // where the location is written, in the 32-bit view; empty: nowhere
