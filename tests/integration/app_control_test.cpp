@@ -19,12 +19,13 @@ TEST_F(AppControlTest, EachActionRunsItsLineFromItsLocation)
     const std::wstring install = L"SOFTWARE\\Kestra Technologies\\Install\\";
     const struct {
         const char* action;
-        std::wstring key;     // where the location is written, in the 32-bit view; empty: nowhere
+        std::wstring key;     // where the location is written; empty: nowhere
         std::wstring folder;  // the location
         std::wstring tool;    // the recording program, below the folder or a full path
         UINT result;
         std::wstring line;    // empty: nothing run
         Lines log;
+        REGSAM view = KEY_WOW64_32KEY;
     } rows[] = {
         // A tool that is there reads as missing in the log, and runs.
         {"ShutDownBrio", lumen + L"Core-Static", kApp, L"CLI.exe", 1, L"\"" + kApp + L"\\CLI.exe\" shutdown",
@@ -39,6 +40,8 @@ TEST_F(AppControlTest, EachActionRunsItsLineFromItsLocation)
          L"\"" + kApp + L"\\Sorrel.Service.exe\" /stop", {}},
         {"LaunchBrio", lumen + L"Core-Static", kApp, L"Pylon.exe", 1, L"\"" + kApp + L"\\Pylon.exe\"", {}},
         {"LaunchBrio", lumen + L"Core-Static", kApp, L"", 0, L"", {}},  // the tool can't be started
+        // On a 64-bit system the control centre's location is the 32-bit branch's alone.
+        {"LaunchBrio", lumen + L"Core-Static", kApp, L"Pylon.exe", 0, L"", {}, KEY_WOW64_64KEY},
         {"TerminateHalyardApp", L"", L"", kTaskKill, 0, L"\"" + kTaskKill + L"\" /IM MarlinSettings.exe /F\"", {}},
         {"TerminateDVRApp", L"", L"", kTaskKill, 0, L"\"" + kTaskKill + L"\" /IM OrvelCaptureServ.exe /F", {}},
         {"TerminatePixelSharpApp", L"", L"", kTaskKill, 1603, L"", {}},  // one quoted word names no program
@@ -53,7 +56,7 @@ TEST_F(AppControlTest, EachActionRunsItsLineFromItsLocation)
         for (const std::wstring& record : {kTaskKill, kExplorer, kProfiler})
             DeleteFileW((record + L".cmdline").c_str());
         if (!row.key.empty())
-            SetText(HKEY_LOCAL_MACHINE, row.key, L"Location", row.folder, KEY_WOW64_32KEY);
+            SetText(HKEY_LOCAL_MACHINE, row.key, L"Location", row.folder, row.view);
         if (!tool.empty() && tool.find(kScratchFolder) == 0)
             InstallRecorder(tool);
         SetCurrentDirectoryW(kScratchFolder);
