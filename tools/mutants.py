@@ -248,9 +248,10 @@ def failing_tests(program, code, text):
     """The tests a whole program run says failed; a crash is put on the test that was running."""
     if code is None:
         return {f"{program}: timeout"}
-    failed = set(re.findall(r"^\[  FAILED  \] (\S+\.\S+) \(", text, re.M))
-    started = re.findall(r"^\[ RUN      \] (\S+)", text, re.M)
-    ended = set(re.findall(r"^\[ +(?:OK|FAILED) +\] (\S+\.\S+) \(", text, re.M))
+    # Not anchored to a line's start: what a test prints without a line end runs into the marker.
+    failed = set(re.findall(r"\[  FAILED  \] (\S+\.\S+) \(", text))
+    started = re.findall(r"\[ RUN      \] (\S+)", text)
+    ended = set(re.findall(r"\[ +(?:OK|FAILED) +\] (\S+\.\S+) \(", text))
     unfinished = [name for name in started if name not in ended]
     if unfinished:
         failed.add(f"crash in {unfinished[-1]}")
