@@ -1,4 +1,4 @@
-// The task-definition copy through Wine's XmlLite, and its file stream. Wine's
+// The task-definition copy through Wine's XmlLite, over its file streams. Wine's
 // writer can't copy white space between tags or a namespace declaration, so the
 // definitions here have neither (the predeclared xml prefix stands in for a
 // declared one), and copies are compared node by node.
@@ -105,38 +105,6 @@ TEST_F(TaskDefinitionTest, FailuresPrintTheirStepAndLeaveAnEarlierCopyUntilTheWr
                     (ReadFileBytes(kCopy) == "earlier") == c.copyKept)
             << c.printed << " | " << printed;
     }
-}
-
-TEST_F(TaskDefinitionTest, FileStreamSlots)
-{
-    const std::wstring path = kScratch + L"stream.bin";
-    MakeFile(path, "0123456789");
-    IStream* stream = NULL;
-    ASSERT_EQ(S_OK, FileStream::OpenFile(path.c_str(), &stream, false));
-
-    void* object = stream;
-    EXPECT_EQ(E_INVALIDARG, stream->QueryInterface(IID_IStream, NULL));
-    EXPECT_TRUE(stream->QueryInterface(IID_IPersist, &object) == E_NOINTERFACE && object == NULL);
-    for (const IID& iid : {IID_IUnknown, IID_IStream, IID_ISequentialStream})
-        EXPECT_TRUE(stream->QueryInterface(iid, &object) == S_OK && object == stream && stream->Release() == 1);
-
-    // An unknown origin leaves the position alone; at the end a read gives nothing, and succeeds.
-    ULARGE_INTEGER position = {};
-    char buffer[4];
-    ULONG count = 9;
-    EXPECT_TRUE(stream->Seek(LARGE_INTEGER(), STREAM_SEEK_END, &position) == S_OK &&
-                stream->Seek(LARGE_INTEGER(), 3, &position) == STG_E_INVALIDFUNCTION && position.QuadPart == 10);
-    EXPECT_TRUE(stream->Read(buffer, 4, &count) == S_OK && count == 0);
-    // A read-only handle refuses writing, with access denied as the result.
-    EXPECT_EQ(HRESULT(0x80070005), stream->Write("x", 1, &count));
-    STATSTG stat = {};
-    EXPECT_TRUE(stream->Stat(&stat, STATFLAG_DEFAULT) == S_OK && stat.cbSize.QuadPart == 10);
-    EXPECT_TRUE(stream->SetSize(position) == E_NOTIMPL && stream->Commit(0) == E_NOTIMPL &&
-                stream->Clone(NULL) == E_NOTIMPL);
-
-    // The last reference closes the handle, which shared reading only.
-    EXPECT_FALSE(DeleteFileW(path.c_str()));
-    EXPECT_TRUE(stream->Release() == 0 && DeleteFileW(path.c_str()));
 }
 
 }  // namespace
