@@ -1,6 +1,7 @@
 // What the integration actions touch: the settings application's install key
-// and its user and machine settings, the context menu's class keys, the files
-// they leave in the temporary folder and the task Wine's scheduler stores.
+// and its user and machine settings, the context menu's class keys, the control
+// centre's framework keys, the files they leave in the temporary folder and the
+// task Wine's scheduler stores.
 #pragma once
 
 #include "harness/harness.h"
@@ -12,6 +13,7 @@ inline harness::Area IntegrationArea()
     const std::wstring temp = harness::TempFolder();
     return {{{HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kestra Technologies"},
              {HKEY_LOCAL_MACHINE, L"SOFTWARE\\Orvel"},
+             {HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kestra\\Lumen"},
              {HKEY_CURRENT_USER, L"SOFTWARE\\Orvel"},
              {HKEY_CLASSES_ROOT, L"Directory\\Background\\shellex\\ContextMenuHandlers\\Lumen"},
              {HKEY_CLASSES_ROOT, L"CLSID\\{7B3A91C4-5E1D-4F02-9A66-2C8D1E07F3B5}"}},
@@ -27,6 +29,17 @@ inline std::string Definition(std::wstring body, const std::wstring& date = L"")
     const std::wstring text = L"\xFEFF<?xml version=\"1.0\" encoding=\"utf-16\"?>" + body;
     return std::string(reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t));
 }
+
+// While alive, the DLL's system queries answer as on 32-bit Windows.
+inline void WINAPI X86SystemInfo(LPSYSTEM_INFO info)
+{
+    *info = SYSTEM_INFO();
+    info->wProcessorArchitecture = PROCESSOR_ARCHITECTURE_INTEL;
+}
+struct On32BitSystem {
+    harness::ImportPatch native{harness::TesselDll(), "kernel32.dll", "GetNativeSystemInfo", (void*)&X86SystemInfo};
+    harness::ImportPatch plain{harness::TesselDll(), "kernel32.dll", "GetSystemInfo", (void*)&X86SystemInfo};
+};
 
 // While `native_` lives, a recording program placed as schtasks or regsvr32
 // runs in place of Wine's own.
