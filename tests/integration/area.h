@@ -1,7 +1,8 @@
 // What the integration actions touch: the settings application's install key
 // and its user and machine settings, the context menu's class keys, the control
-// centre's framework keys, the files they leave in the temporary folder and the
-// task Wine's scheduler stores.
+// centre's framework keys, the files they leave in the temporary folder, the
+// task Wine's scheduler stores and the stand-in for the 32-bit interpreter
+// (syswow64 is empty in this 64-bit prefix) with its record.
 #pragma once
 
 #include "harness/harness.h"
@@ -17,7 +18,8 @@ inline harness::Area IntegrationArea()
              {HKEY_CURRENT_USER, L"SOFTWARE\\Orvel"},
              {HKEY_CLASSES_ROOT, L"Directory\\Background\\shellex\\ContextMenuHandlers\\Lumen"},
              {HKEY_CLASSES_ROOT, L"CLSID\\{7B3A91C4-5E1D-4F02-9A66-2C8D1E07F3B5}"}},
-            {temp + L"StartHalyardBM.xml", temp + L"attemp.dll", L"C:\\windows\\system32\\tasks\\StartHalyard"},
+            {temp + L"StartHalyardBM.xml", temp + L"attemp.dll", L"C:\\windows\\system32\\tasks\\StartHalyard",
+             L"C:\\windows\\syswow64\\cmd.exe", L"C:\\windows\\syswow64\\cmd.exe.cmdline"},
             {}};
 }
 
@@ -30,21 +32,11 @@ inline std::string Definition(std::wstring body, const std::wstring& date = L"")
     return std::string(reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t));
 }
 
-// While alive, the DLL's system queries answer as on 32-bit Windows.
-inline void WINAPI X86SystemInfo(LPSYSTEM_INFO info)
-{
-    *info = SYSTEM_INFO();
-    info->wProcessorArchitecture = PROCESSOR_ARCHITECTURE_INTEL;
-}
-struct On32BitSystem {
-    harness::ImportPatch native{harness::TesselDll(), "kernel32.dll", "GetNativeSystemInfo", (void*)&X86SystemInfo};
-    harness::ImportPatch plain{harness::TesselDll(), "kernel32.dll", "GetSystemInfo", (void*)&X86SystemInfo};
-};
-
-// While `native_` lives, a recording program placed as schtasks or regsvr32
-// runs in place of Wine's own.
+// While `native_` lives, a recording program placed as schtasks, regsvr32 or
+// cmd runs in place of Wine's own.
 class IntegrationTest : public harness::ActionTest {
 protected:
     IntegrationTest() : ActionTest(IntegrationArea()) {}
-    std::unique_ptr<harness::NativePrograms> native_{new harness::NativePrograms{L"schtasks.exe", L"regsvr32.exe"}};
+    std::unique_ptr<harness::NativePrograms> native_{
+        new harness::NativePrograms{L"schtasks.exe", L"regsvr32.exe", L"cmd.exe"}};
 };

@@ -10,92 +10,49 @@ namespace {
 const std::wstring kScratch = kScratchFolder, kLumen = kScratch + L"Lumen", kInstall = kScratch + L"Install Dir";
 const std::wstring kBrio = kLumen + L"\\BrioInstall.exe", kCli = kLumen + L"\\CLI.exe", kCmd = kScratch + L"cmd.exe";
 const std::wstring kProxy = L"\\Kestra.Lumen\\Pylon-InstallProxy\\Pylon.InstallProxy.exe";
-const std::wstring kWow = L"SOFTWARE\\Wow6432Node", kProxyKey = L"\\Kestra\\Lumen\\Settings\\Pylon\\Install";
+const std::wstring kKeys = L"SOFTWARE\\Wow6432Node\\Kestra\\Lumen\\", kProxyKey = kKeys + L"Settings\\Pylon\\Install";
 
-class ManagedFrameworkTest : public IntegrationTest {
-protected:
-    // The framework folder's value under `branch`, the stand-ins, an install folder with a file.
-    void Given(const std::wstring& branch = kWow)
-    {
-        SetText(HKEY_LOCAL_MACHINE, branch + L"\\Kestra\\Lumen\\Packages\\Core-Static", L"Location", kLumen,
-                KEY_WOW64_64KEY);
-        for (const std::wstring& program : {kBrio, kCli, kCmd})
-            InstallRecorder(program);
-        MakeFile(kInstall + L"\\f");
-        SetCurrentDirectoryW(kScratch.c_str());
-    }
-    NativePrograms cmd_{L"cmd.exe"};
-};
-
-std::wstring ProxyValue(const std::wstring& branch = kWow)
+// The framework folder's value, a decoy in the 64-bit branch that the actions must not read, and the stand-ins.
+void Given()
 {
-    return TextOf(HKEY_LOCAL_MACHINE, branch + kProxyKey, L"Install", KEY_WOW64_64KEY);
+    SetText(HKEY_LOCAL_MACHINE, kKeys + L"Packages\\Core-Static", L"Location", kLumen);
+    SetText(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kestra\\Lumen\\Packages\\Core-Static", L"Location", L"x", KEY_WOW64_64KEY);
+    for (const std::wstring& program : {kBrio, kCli, kCmd})
+        InstallRecorder(program);
+    SetCurrentDirectoryW(kScratch.c_str());
 }
 
-// One session in turn: the unload logs through the session that an earlier action stored. `effect` is the
-// line `program` recorded, or with no program the proxy's value afterwards.
+std::function<void(Session&)> Ran(const std::wstring& program, const std::wstring& line)
+{
+    return [=](Session&) { EXPECT_EQ(Lines{line}, RecordedCommandLines(program)); };
+}
+
+using ManagedFrameworkTest = IntegrationTest;
+
+// The unload logs through a stale session here: unchecked. The install folder doesn't exist. A tool that can't
+// be started gives 0.
 TEST_F(ManagedFrameworkTest, EachActionRunsItsToolOrKeepsTheProxyValue)
 {
-    Given();
     const std::wstring cli = L"\"" + kCli + L"\" Install ", ngen = L"cmd /c \"" + kBrio + L"\" ngen:";
-    const std::wstring notDeleted = L", DNE or is not empty and will not be deleted.\n";
-    const wchar_t kDeleting[] = L"TESSEL_CA: DelInstallProxyKey  \n";
-    const struct {
-        const char* action;
-        std::wstring data;
-        UINT result;
-        std::wstring program, effect;
-        Lines log;
-    } rows[] = {
-        {"LaunchNGEN", L"", 1, kCmd, ngen + L"i -a", {}},
-        {"LaunchNGENUninstall", L"", 1, kCmd, ngen + L"u -a", {}},
-        {"BrioUnloadGAC", L"", 1, kBrio, L"\"" + kBrio + L"\" gac:u -fa",
-         {L"TESSEL_CA ShutDown Brio location " + kLumen + L", doesn't exist.\n"}},
-        {"LaunchInstallProxy", kInstall, 1, kCli, cli + kInstall + kProxy,
-         {L"TESSEL_CA DeleteFolder: " + kInstall + L" \n", L"TESSEL_CA Directory, " + kInstall + notDeleted}},
-        {"LaunchInstallProxy", L"", 1, kCli, cli + kProxy,
-         {L"TESSEL_CA DeleteFolder:  \n", L"TESSEL_CA Directory, " + notDeleted}},
-        {"SetInstallProxyKey", kInstall, 1, L"", kInstall + kProxy,
-         {L"TESSEL_CA SetInstallProxyKey: " + kInstall + L" \n",
-          L"TESSEL_CA SetInstallProxyKey failed, " + kInstall + L".\n"}},
-        {"DelInstallProxyKey", L"", 1, L"", L"<missing>",
-         {kDeleting, L"TESSEL_CA: DelInstallProxyKey successfully  \n"}},
-        {"DelInstallProxyKey", L"", 0, L"", L"<missing>", {kDeleting}},
-    };
-    Session session;
-    for (const auto& row : rows) {
-        SCOPED_TRACE(::testing::Message() << row.action << " row " << (&row - rows));
-        MsiSetPropertyW(session.handle(), L"CustomActionData", row.data.c_str());
-        const size_t logged = session.Log().size();
-        EXPECT_EQ(row.result, session.Call(row.action));
-        const Lines log = session.Log();
-        EXPECT_EQ(row.log, Lines(log.begin() + logged, log.end()));
-        for (const std::wstring& program : {kBrio, kCli, kCmd})
-            EXPECT_EQ(program == row.program ? Lines{row.effect} : Lines{}, RecordedCommandLines(program));
-        EXPECT_EQ(row.program.empty() ? row.effect : L"<missing>", ProxyValue());
-        Given();
-    }
-}
-
-// No framework, no tool, no process started: 0. A 32-bit system has no Wow6432Node in its paths.
-TEST_F(ManagedFrameworkTest, FailuresAndThe32BitPaths)
-{
-    for (const char* action : {"BrioUnloadGAC", "LaunchNGEN", "LaunchInstallProxy", "SetInstallProxyKey"})
-        EXPECT_EQ(0u, Session(Data(kInstall), {}).Call(action)) << action;
-    Given();
-    DeleteFileW(kBrio.c_str());
-    EXPECT_EQ(0u, Session().Call("BrioUnloadGAC"));
-    {
-        RefusedProcessStarts refused;
-        for (const char* action : {"LaunchNGEN", "LaunchInstallProxy"})
-            EXPECT_EQ(0u, Session(Data(kInstall), {}).Call(action)) << action;
-    }
-    ClearArea(IntegrationArea());
-    Given(L"SOFTWARE");
-    On32BitSystem x86;
-    EXPECT_EQ(1u, Session().Call("LaunchNGENUninstall"));
-    EXPECT_EQ(1u, Session(Data(kInstall), {}).Call("SetInstallProxyKey"));
-    EXPECT_EQ(kInstall + kProxy, ProxyValue(L"SOFTWARE"));
+    const std::wstring set = L"TESSEL_CA SetInstallProxyKey", del = L"TESSEL_CA: DelInstallProxyKey ";
+    RunCases({
+        {"ngen", "LaunchNGEN", {}, Given, 1, Exactly({}), Ran(kCmd, ngen + L"i -a")},
+        {"ngen uninstall", "LaunchNGENUninstall", {}, Given, 1, Exactly({}), Ran(kCmd, ngen + L"u -a")},
+        {"unload", "BrioUnloadGAC", {}, Given, 1, {}, Ran(kBrio, L"\"" + kBrio + L"\" gac:u -fa")},
+        {"unload, no tool", "BrioUnloadGAC", {}, [] { Given(); DeleteFileW(kBrio.c_str()); }, 0, {}, nullptr},
+        {"proxy in two words", "LaunchInstallProxy", Data(kInstall), Given, 1,
+         Exactly({L"TESSEL_CA DeleteFolder: " + kInstall + L" \n",
+                  L"TESSEL_CA Directory, " + kInstall + L", DNE or is not empty and will not be deleted.\n"}),
+         Ran(kCli, cli + kInstall + kProxy)},
+        {"proxy, no folder", "LaunchInstallProxy", Data(L""), Given, 1, {}, Ran(kCli, cli + kProxy)},
+        {"value", "SetInstallProxyKey", Data(kInstall), Given, 1,
+         Exactly({set + L": " + kInstall + L" \n", set + L" failed, " + kInstall + L".\n"}),
+         [](Session&) { EXPECT_EQ(kInstall + kProxy, TextOf(HKEY_LOCAL_MACHINE, kProxyKey, L"Install")); }},
+        {"value, no framework", "SetInstallProxyKey", Data(kInstall), nullptr, 0, Exactly({}), nullptr},
+        {"deleted", "DelInstallProxyKey", {}, [] { SetText(HKEY_LOCAL_MACHINE, kProxyKey, L"Install", L"p"); }, 1,
+         Exactly({del + L" \n", del + L"successfully  \n"}), nullptr},
+        {"nothing to delete", "DelInstallProxyKey", {}, nullptr, 0, Exactly({del + L" \n"}), nullptr},
+    });
 }
 
 }  // namespace
