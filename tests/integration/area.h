@@ -32,11 +32,10 @@ inline std::string Definition(std::wstring body, const std::wstring& date = L"")
     return std::string(reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t));
 }
 
-// While `native_` lives, a recording program placed as schtasks, regsvr32 or
-// cmd runs in place of Wine's own.
+// While `native_` lives, a recording program placed as schtasks or regsvr32
+// runs in place of Wine's own.
 class IntegrationTest : public harness::ActionTest {
 protected:
     IntegrationTest() : ActionTest(IntegrationArea()) {}
-    std::unique_ptr<harness::NativePrograms> native_{
-        new harness::NativePrograms{L"schtasks.exe", L"regsvr32.exe", L"cmd.exe"}};
+    std::unique_ptr<harness::NativePrograms> native_{new harness::NativePrograms{L"schtasks.exe", L"regsvr32.exe"}};
 };

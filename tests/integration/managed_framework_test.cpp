@@ -30,9 +30,10 @@ std::function<void(Session&)> Ran(const std::wstring& program, const std::wstrin
 using ManagedFrameworkTest = IntegrationTest;
 
 // The unload logs through a stale session here: unchecked. The install folder doesn't exist. A tool that can't
-// be started gives 0.
+// be started gives 0. Wine's overrides are prefix-wide: cmd's is set only under the machine lock.
 TEST_F(ManagedFrameworkTest, EachActionRunsItsToolOrKeepsTheProxyValue)
 {
+    NativePrograms cmd{L"cmd.exe"};
     const std::wstring cli = L"\"" + kCli + L"\" Install ", ngen = L"cmd /c \"" + kBrio + L"\" ngen:";
     const std::wstring set = L"TESSEL_CA SetInstallProxyKey", del = L"TESSEL_CA: DelInstallProxyKey ";
     RunCases({

@@ -5,7 +5,8 @@
 
 using namespace harness;
 
-// Every result is 0. Wine's icacls is a dummy: the folder is made and removed.
+// Every result is 0. Wine's icacls is a dummy: the folder is made and removed. Wine's overrides are
+// prefix-wide: cmd's is set only under the machine lock.
 TEST_F(IntegrationTest, TranscodingCacheActionsRunTheirLinesInThe32BitInterpreter)
 {
     const std::wstring cmd = L"C:\\windows\\syswow64\\cmd.exe", head = L"C:\\windows\\syswow64\\Cmd.exe /c ";
@@ -20,13 +21,14 @@ TEST_F(IntegrationTest, TranscodingCacheActionsRunTheirLinesInThe32BitInterprete
         {"RemoveShortcut_CA",
          head + L"del \"%ProgramData%\\Microsoft\\Windows\\Start Menu\\Programs\\Startup\\VML*.*\""},
     };
+    std::unique_ptr<NativePrograms> standIn(new NativePrograms{L"cmd.exe"});
     for (const auto& row : rows) {
         InstallRecorder(cmd);
         EXPECT_EQ(0u, Session().Call(row.first)) << row.first;
         EXPECT_EQ(Lines{row.second}, RecordedCommandLines(cmd)) << row.first;
     }
 
-    native_.reset();
+    standIn.reset();
     ASSERT_TRUE(CopyFileW(L"C:\\windows\\system32\\cmd.exe", cmd.c_str(), FALSE));
     SetEnvironmentVariableW(L"ProgramData", kScratchFolder);
     EXPECT_EQ(0u, Session().Call("CreateDIR_CA") + Session().Call("SetFolderPermission_CA"));
