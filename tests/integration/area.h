@@ -1,6 +1,8 @@
 // What the integration actions touch: the install keys and locations of the
-// suite's programs and their user and machine settings, the context menu's class keys, the files
-// they leave in the temporary folder and the task Wine's scheduler stores.
+// suite's programs and their user and machine settings, the context menu's
+// class keys, the files they leave in the temporary folder, the
+// task Wine's scheduler stores and the stand-in for the 32-bit interpreter
+// (syswow64 is empty in this 64-bit prefix) with its record.
 #pragma once
 
 #include "harness/harness.h"
@@ -16,7 +18,8 @@ inline harness::Area IntegrationArea()
              {HKEY_CURRENT_USER, L"SOFTWARE\\Orvel"},
              {HKEY_CLASSES_ROOT, L"Directory\\Background\\shellex\\ContextMenuHandlers\\Lumen"},
              {HKEY_CLASSES_ROOT, L"CLSID\\{7B3A91C4-5E1D-4F02-9A66-2C8D1E07F3B5}"}},
-            {temp + L"StartHalyardBM.xml", temp + L"attemp.dll", L"C:\\windows\\system32\\tasks\\StartHalyard"},
+            {temp + L"StartHalyardBM.xml", temp + L"attemp.dll", L"C:\\windows\\system32\\tasks\\StartHalyard",
+             L"C:\\windows\\syswow64\\cmd.exe", L"C:\\windows\\syswow64\\cmd.exe.cmdline"},
             {}};
 }
 
@@ -30,9 +33,20 @@ inline std::string Definition(std::wstring body, const std::wstring& date = L"")
 }
 
 // While `native_` lives, a recording program placed as schtasks or regsvr32
-// runs in place of Wine's own.
+// runs in place of Wine's own. Wine's overrides hold for the whole prefix, so
+// they are set and taken away under the machine lock only.
 class IntegrationTest : public harness::ActionTest {
 protected:
     IntegrationTest() : ActionTest(IntegrationArea()) {}
-    std::unique_ptr<harness::NativePrograms> native_{new harness::NativePrograms{L"schtasks.exe", L"regsvr32.exe"}};
+    void SetUp() override
+    {
+        ActionTest::SetUp();
+        native_.reset(new harness::NativePrograms{L"schtasks.exe", L"regsvr32.exe"});
+    }
+    void TearDown() override
+    {
+        native_.reset();
+        ActionTest::TearDown();
+    }
+    std::unique_ptr<harness::NativePrograms> native_;
 };
