@@ -255,6 +255,13 @@ std::string ReadFileBytes(const std::wstring& path);
 // A string of `count` copies of `c`.
 inline std::wstring Repeat(wchar_t c, size_t count) { return std::wstring(count, c); }
 
+// Registers the service tests' program (tests/toolkit/test_service.cpp) as the
+// service `name`, demand start, with its `behaviour` words, and starts it if
+// `running`. List the name in the test's Area so that it goes again.
+void InstallTestService(const std::wstring& name, const std::wstring& behaviour = L"", bool running = false);
+// SERVICE_STOPPED, SERVICE_RUNNING, ...; 0 when there is no such service.
+DWORD ServiceState(const std::wstring& name);
+
 // Runs a program to its end, or ends it after `timeoutMs`; returns its exit code (STILL_ACTIVE when ended).
 DWORD RunToExit(const std::wstring& commandLine, DWORD timeoutMs = INFINITE);
 

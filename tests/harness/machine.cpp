@@ -245,6 +245,36 @@ std::string ReadFileBytes(const std::wstring& path)
     return bytes;
 }
 
+void InstallTestService(const std::wstring& name, const std::wstring& behaviour, bool running)
+{
+    SC_HANDLE manager = OpenSCManagerW(NULL, NULL, SC_MANAGER_ALL_ACCESS);
+    const std::wstring path = L"\"" + ProgramFolder() + L"test_service.exe\" \"" + name + L"\" " + behaviour;
+    SC_HANDLE service = CreateServiceW(manager, name.c_str(), name.c_str(), SERVICE_ALL_ACCESS,
+                                       SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, SERVICE_ERROR_IGNORE,
+                                       path.c_str(), NULL, NULL, NULL, NULL, NULL);
+    if (service == NULL)
+        throw std::runtime_error("the test service could not be registered");
+    if (running)
+        StartServiceW(service, 0, NULL);
+    for (int poll = 0; poll < 200 && running && ServiceState(name) != SERVICE_RUNNING; ++poll)
+        Sleep(50);
+    CloseServiceHandle(service);
+    CloseServiceHandle(manager);
+}
+
+DWORD ServiceState(const std::wstring& name)
+{
+    SC_HANDLE manager = OpenSCManagerW(NULL, NULL, SC_MANAGER_CONNECT);
+    SC_HANDLE service = OpenServiceW(manager, name.c_str(), SERVICE_QUERY_STATUS);
+    SERVICE_STATUS status = {};
+    if (service == NULL || !QueryServiceStatus(service, &status))
+        status.dwCurrentState = 0;
+    if (service != NULL)
+        CloseServiceHandle(service);
+    CloseServiceHandle(manager);
+    return status.dwCurrentState;
+}
+
 void ClearArea(const Area& area)
 {
     for (const KeyTree& tree : area.keys) {

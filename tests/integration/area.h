@@ -20,7 +20,7 @@ inline harness::Area IntegrationArea()
              {HKEY_CLASSES_ROOT, L"CLSID\\{7B3A91C4-5E1D-4F02-9A66-2C8D1E07F3B5}"}},
             {temp + L"StartHalyardBM.xml", temp + L"attemp.dll", L"C:\\windows\\system32\\tasks\\StartHalyard",
              L"C:\\windows\\syswow64\\cmd.exe", L"C:\\windows\\syswow64\\cmd.exe.cmdline"},
-            {}};
+            {L"Orvel Signal Relay", L"OrvelDynamicLocalModeService"}};
 }
 
 // A UTF-16 task definition with `body` after the declaration, `date` for each "@".

@@ -66,7 +66,8 @@ TEST_F(ConsentTest, DeleteAnalyticsKeyLogsWhatBecameOfTheKey)
 {
     const struct { const char* row; std::function<void()> arrange; const wchar_t* line; bool stays; } rows[] = {
         {"deleted", Consent(L"true"), L"Gauge Key deleted", false},
-        {"with a sub-key", [] { CreateKey(HKLM, std::wstring(kAnalytics) + L"\\Sub"); }, L"Gauge Key not deleted", true},
+        {"with a sub-key", [] { CreateKey(HKLM, std::wstring(kAnalytics) + L"\\Sub"); }, L"Gauge Key not deleted",
+         true},
         {"no key", nullptr, L"Could not access Gauge Key", false},
     };
     for (const auto& row : rows) {
