@@ -26,11 +26,15 @@ TEST_F(AppControlTest, EachActionRunsItsLineFromItsLocation)
         std::wstring line;    // empty: nothing run
         Lines log;
         REGSAM view = KEY_WOW64_32KEY;
+        bool toolIsFolder = false;
     } rows[] = {
         // A tool that is there reads as missing in the log, and runs.
         {"ShutDownBrio", lumen + L"Core-Static", kApp, L"CLI.exe", 1, L"\"" + kApp + L"\\CLI.exe\" shutdown",
          {L"TESSEL_CA ShutDown Brio location " + kApp + L"\\CLI.exe, doesn't exist.\n"}},
         {"ShutDownBrio", L"", L"", L"", 0, L"", {}},
+        // Only an empty folder in the tool's place passes the test, and can't be run.
+        {"ShutDownBrio", lumen + L"Core-Static", kApp, L"", 0, L"",
+         {L"TESSEL_CA ShutDown Brio location, " + kApp + L"\\CLI.exe \n"}, KEY_WOW64_32KEY, true},
         {"ShutDownBrioNext", install + L"Halyard", kApp + L"\\", L"halyardcmd.exe", 0,
          L"\"" + kApp + L"\\halyardcmd.exe\" exit", {}},
         {"ShutDownDVR", install + L"Orvel DVR", kApp, L"", 1603, L"", {}},
@@ -59,6 +63,8 @@ TEST_F(AppControlTest, EachActionRunsItsLineFromItsLocation)
             SetText(HKEY_LOCAL_MACHINE, row.key, L"Location", row.folder, row.view);
         if (!tool.empty() && tool.find(kScratchFolder) == 0)
             InstallRecorder(tool);
+        if (row.toolIsFolder)
+            MakeFolders(kApp + L"\\CLI.exe");
         SetCurrentDirectoryW(kScratchFolder);
         Session session;
         EXPECT_EQ(row.result, session.Call(row.action));

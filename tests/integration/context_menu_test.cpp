@@ -14,6 +14,7 @@ const wchar_t kClassId[] = L"{7B3A91C4-5E1D-4F02-9A66-2C8D1E07F3B5}";
 const wchar_t kHandlerKey[] = L"Directory\\Background\\shellex\\ContextMenuHandlers\\Lumen";
 const std::wstring kServerKey = L"CLSID\\"s + kClassId + L"\\InprocServer32";
 const std::wstring kBrio64Library = kSuite + L"\\Kestra.Lumen\\Core-Static\\kestramenu64.dll";
+const std::wstring kBrioLibrary = kSuite + L"\\Kestra.Lumen\\Core-Static\\kestramenuxx.dll";
 const std::wstring kHalyardLibrary = kSuite + L"\\Halyard\\Halyard\\kestramenuxx.dll";
 
 const wchar_t kBrio64Start[] = L"Tessel_CA CreateBrioContextMenu64() start";
@@ -66,8 +67,9 @@ TEST_F(ContextMenuTest, EachActionWritesTheKeyAndRunsRegsvr32)
          Exactly({kBrio64Start, kBrio64Created}), Left(kClassId, {Regsvr32(kBrio64Library)})},
         // Any value counts as present for the Brio pair; the Halyard pair overwrites it and its 32-bit
         // action logs the 64-bit success.
-        {"Brio, value present", "CreateBrioContextMenu", suite, Given(L"other"), 1,
-         Exactly({kBrioStart, L"Tessel_CA CreateBrioContextMenu() - GUID is already present"}), Left(L"other")},
+        {"Brio, value present", "CreateBrioContextMenu", suite, Given(L"other", kBrioLibrary), 1,
+         Exactly({kBrioStart, L"Tessel_CA CreateBrioContextMenu() - GUID is already present"}),
+         Left(L"other", {Regsvr32(kBrioLibrary)})},
         {"Halyard, value overwritten", "CreateHalyardContextMenu", {{L"INSTALLDIR", kSuite}},
          Given(L"other", kHalyardLibrary), 1, Exactly({kBrioStart, kBrio64Created}),
          Left(kClassId, {Regsvr32(kHalyardLibrary)})},

@@ -89,6 +89,7 @@ TEST_F(TaskTest, EachActionRunsItsSchtasksLines)
          Benchmark([] { SetDword(HKEY_CURRENT_USER, kUserKey, L"GiBenchmark", 1); }), 0, kBenchmarkLines, L""},
         {"CreateBenchMarkRunOnceSchTask", kApp, Benchmark(gi(L"1")), 0, {}, L""},
         {"CreateBenchMarkRunOnceSchTask", kApp, nullptr, 0, {}, L""},  // no definition
+        {"CreateBenchMarkRunOnceSchTask", L"", Benchmark(), 0, {}, L""},  // no Location
         {"RemoveHalyardSchedularTask", L"", nullptr, 1, {del + L"\"StartHalyard\" /F"}, L""},
         {"RemoveDVRSchedularTask", L"", nullptr, 1, {del + L"\"StartDVR\" /F"}, L""},
         {"RemoveBenchMarkRunOnceSchedularTask", L"", nullptr, 1, {del + L"\"StartHalyardBM\" /F"}, L""},
