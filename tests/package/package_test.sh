@@ -59,6 +59,8 @@ done
 iconv -f UTF-16 -t UTF-8 "$out/installed.reg" | tr -d '\r' > "$out/installed.reg.txt"
 expect_line "$out/installed.reg.txt" '@="{7B3A91C4-5E1D-4F02-9A66-2C8D1E07F3B5}"'
 expect_line "$out/installed.reg.txt" '@="C:\\Program Files\\Kestra Technologies\\Demo Suite\\Halyard\\Halyard\\kestramenu64.dll"'
+# The analytics consent given; DISABLEANALYTICS is not set, so it stays.
+expect_line "$out/installed.reg.txt" '"AnalyticsAccepted"="true"'
 
 # The removal hands over to the install manager with its switches, whose
 # restart request comes back as REBOOT=F; the files are as before the install.
@@ -84,6 +86,8 @@ check
 ! grep -Fq 'Uninstall\Orvel Quillon Install Manager]' "$out/removed.reg.txt" || fail "the install manager's entry is still there"
 check
 ! grep -Fq 'ContextMenuHandlers\Lumen]' "$out/removed.reg.txt" || fail "the context menu's handler is still there"
+check
+! grep -Fq 'OrvelAnalytics]' "$out/removed.reg.txt" || fail "the analytics consent is still there"
 
 # The refused install: 1612 from the gate, and nothing changed.
 expect_equal "refused install exit code" 1603 "$(cat "$out/refused.rc")"
