@@ -6,6 +6,7 @@
 #include <windows.h>
 #include <msi.h>
 #include <msiquery.h>
+#include <setupapi.h>
 
 #include <gtest/gtest.h>
 
@@ -225,6 +226,21 @@ public:
 private:
     ImportPatch sleep_;
     ImportPatch tick_;
+};
+
+// While alive, a present display adapter (class Display) made by `manufacturer`,
+// with a driver key that holds DriverVersion unless `driverVersion` is empty.
+// When it goes, so do its driver key and the values named after its instance
+// in the class key above ("0001DalDCELogFilePath").
+class DisplayAdapter {
+public:
+    DisplayAdapter(const std::wstring& manufacturer, const std::wstring& driverVersion);
+    ~DisplayAdapter();
+    DisplayAdapter(const DisplayAdapter&) = delete;
+
+    std::wstring driverKey;  // under HKLM: "SYSTEM\...\Class\{class}\0001"
+    HDEVINFO devices;        // the device as SetupAPI knows it
+    SP_DEVINFO_DATA device;
 };
 
 // Product codes whose uninstall entries tests may create.
