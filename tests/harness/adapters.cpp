@@ -7,13 +7,18 @@
 
 namespace harness {
 
-DisplayAdapter::DisplayAdapter(const std::wstring& manufacturer, const std::wstring& driverVersion)
+DisplayAdapter::DisplayAdapter(const std::wstring& manufacturer, const std::wstring& driverVersion,
+                               const std::wstring& description)
     : devices(SetupDiCreateDeviceInfoList(&GUID_DEVCLASS_DISPLAY, NULL)), device{sizeof(SP_DEVINFO_DATA), {}, 0, 0}
 {
     // A generated id (ROOT\TESSEL\0000), registered: a present device, and its driver key.
     SetupDiCreateDeviceInfoW(devices, L"Tessel", &GUID_DEVCLASS_DISPLAY, NULL, NULL, DICD_GENERATE_ID, &device);
     SetupDiSetDeviceRegistryPropertyW(devices, &device, SPDRP_MFG, reinterpret_cast<const BYTE*>(manufacturer.c_str()),
                                       DWORD(manufacturer.size() + 1) * 2);
+    if (!description.empty())
+        SetupDiSetDeviceRegistryPropertyW(devices, &device, SPDRP_DEVICEDESC,
+                                          reinterpret_cast<const BYTE*>(description.c_str()),
+                                          DWORD(description.size() + 1) * 2);
     SetupDiRegisterDeviceInfo(devices, &device, 0, NULL, NULL, NULL);
     RegCloseKey(SetupDiCreateDevRegKeyW(devices, &device, DICS_FLAG_GLOBAL, 0, DIREG_DRV, NULL, NULL));
     wchar_t driver[MAX_PATH] = L"";  // "{class}\0001"

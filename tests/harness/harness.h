@@ -234,7 +234,8 @@ private:
 // in the class key above ("0001DalDCELogFilePath").
 class DisplayAdapter {
 public:
-    DisplayAdapter(const std::wstring& manufacturer, const std::wstring& driverVersion);
+    DisplayAdapter(const std::wstring& manufacturer, const std::wstring& driverVersion,
+                   const std::wstring& description = L"");
     ~DisplayAdapter();
     DisplayAdapter(const DisplayAdapter&) = delete;
 

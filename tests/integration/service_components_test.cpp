@@ -68,9 +68,17 @@ TEST_F(ServiceComponentsTest, EachActionRunsItsProgramOrItsService)
     });
 }
 
-// A program that can't be started leaves no marker; a relay that won't stop in 30 s stays installed.
+// A program that can't be started leaves no marker; a relay stays while an adapter's description names the
+// maker, in any case, and when it won't stop in 30 s; another maker's adapter doesn't keep it.
 TEST_F(ServiceComponentsTest, NoMarkerWithoutTheProgramNoDeleteWithoutTheStop)
 {
+    for (const wchar_t* description : {L"Graphics by ORVEL", L"Other Graphics"}) {
+        DisplayAdapter adapter(L"", L"", description);
+        InstallTestService(kRelay, L"", true);
+        EXPECT_EQ(0u, Session().Call("StopandDeleteRelay"));
+        EXPECT_EQ(description[0] == L'G' ? SERVICE_RUNNING : 0u, ServiceState(kRelay)) << description;
+        ClearArea(IntegrationArea());
+    }
     Vane(true)();
     {
         RefusedProcessStarts refused;
