@@ -33,7 +33,7 @@ seed_install_manager() {
 }
 unseed_install_manager() {
   local key
-  for key in 'HKLM\SOFTWARE\Kestra Technologies' 'HKCU\Software\Orvel' \
+  for key in 'HKLM\SOFTWARE\Kestra Technologies' 'HKCU\Software\Orvel' 'HKLM\SYSTEM\CurrentControlSet\Services\orvelkmd' \
     'HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall\Orvel Quillon Install Manager'; do
     "$tessel_wine" reg delete "$key" /f >/dev/null 2>&1 || true
   done
@@ -44,6 +44,12 @@ unseed_install_manager() {
   "$tessel_wine" reg delete 'HKLM\SYSTEM\CurrentControlSet\Control\Session Manager' \
     /v PendingFileRenameOperations /f >/dev/null 2>&1 || true
   rm -f "$temp_dir/attemp.dll" "$temp_dir/StartHalyardBM.xml" "$WINEPREFIX"/drive_c/windows/system32/tasks/Start*
+  # What the driver and display actions leave by design: the display core's log folder, the driver
+  # version and the assessment queued for the next start.
+  rm -rf "$temp_dir/Orvel"
+  "$tessel_wine" reg delete 'HKLM\SOFTWARE\Orvel\Halyard' /f >/dev/null 2>&1 || true
+  "$tessel_wine" reg delete 'HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\RunOnce' /v EnableAero /f \
+    >/dev/null 2>&1 || true
 }
 
 # The user's temporary folder, where the benchmark task's definition is copied.
@@ -56,12 +62,18 @@ snapshot() {
   (cd "$demo_dir" &&
     "$tessel_wine" reg export 'HKLM\SOFTWARE' 'C:\tessel\demo\hklm.reg' /y &&
     "$tessel_wine" reg export 'HKCU\Software' 'C:\tessel\demo\hkcu.reg' /y) >/dev/null 2>&1
-  cat "$demo_dir/hklm.reg" "$demo_dir/hkcu.reg" > "$out/$name.reg"
+  # The display adapters' driver keys and the block list's service key, where the driver actions write.
+  (cd "$demo_dir" &&
+    "$tessel_wine" reg export 'HKLM\SYSTEM\CurrentControlSet\Control\Class\{4d36e968-e325-11ce-bfc1-08002be10318}' \
+      'C:\tessel\demo\display.reg' /y &&
+    "$tessel_wine" reg export 'HKLM\SYSTEM\CurrentControlSet\Services\orvelkmd' 'C:\tessel\demo\kmd.reg' /y) \
+    >/dev/null 2>&1 || true
+  cat "$demo_dir/hklm.reg" "$demo_dir/hkcu.reg" "$demo_dir/display.reg" "$demo_dir/kmd.reg" > "$out/$name.reg" 2>/dev/null || true
   # The tasks Wine's scheduler stores are the only files of the Windows folder shown.
   (cd "$WINEPREFIX/drive_c" && {
     find . \( -path ./windows -o -path ./tessel -o -path './users/*/Temp' -o -path './users/*/AppData/Local/Temp' \) -prune \
       -o -print
-    find ./windows/system32/tasks -type f
+    find ./windows/system32/tasks ./windows/system32/kestradualbl.dat -type f 2>/dev/null || true
   } | sort) > "$out/$name.files"
 }
 
@@ -80,12 +92,34 @@ msiexec() {
 }
 
 # Under the test suite the wineserver is already warm, and stays so.
+# The adapter goes, and a server of our own stops, also when a step fails.
+on_exit() {
+  if [ -n "${adapter_pid:-}" ]; then stop_adapter; fi
+  if [ -n "${own_server:-}" ]; then tessel_warm_stop; fi
+}
+trap on_exit EXIT
 if [ -z "${TESSEL_WINE_WARM:-}" ]; then
-  trap tessel_warm_stop EXIT
+  own_server=1
   tessel_warm_start
 fi
 
+# A display adapter of the maker, held from before the install until after the removal.
+adapter_stop='C:\tessel\demo\adapter.stop'
+start_adapter() {
+  "$tessel_wine" "$tessel_build/bin/adapter_holder.exe" "Orvel Corporation" "31.0.101.4887" "Orvel Demo Graphics" \
+    "$adapter_stop" >/dev/null 2>&1 &
+  adapter_pid=$!
+  for _ in $(seq 100); do [ -f "$demo_dir/adapter.stop.ready" ] && break; sleep 0.1; done
+}
+stop_adapter() {
+  : > "$demo_dir/adapter.stop"
+  wait "$adapter_pid" 2>/dev/null || true
+  adapter_pid=
+  rm -f "$demo_dir/adapter.stop"
+}
+
 seed_install_manager
+start_adapter
 snapshot before
 msiexec install /i 'C:\tessel\demo\TesselDemo.msi' LAUNCHED_FROM_FERRULE=1
 snapshot installed
@@ -101,6 +135,7 @@ cp "$demo_dir/install-manager.cmdline" "$out/install-manager.cmdline" 2>/dev/nul
 snapshot removed
 msiexec refused /i 'C:\tessel\demo\TesselDemo.msi'
 snapshot refused
+stop_adapter
 
 unseed_install_manager
 
