@@ -38,16 +38,6 @@ std::wstring BlockListCopy()
     return InSystemFolder(std::wstring(L"\\") + kBlockListName);
 }
 
-const BYTE* TextData(const std::wstring& text)
-{
-    return reinterpret_cast<const BYTE*>(text.c_str());
-}
-
-DWORD TextBytesWithTerminator(const std::wstring& text)
-{
-    return static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t));
-}
-
 // Device properties are read into a cleared buffer of 4096 bytes.
 const DWORD kDeviceTextChars = 2048;
 
@@ -105,8 +95,8 @@ bool SetDalLogFileValues()
         HKEY key = NULL;
         if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, driverKey, 0, kNativeViewAccess, &key) != ERROR_SUCCESS)
             continue;
-        RegSetValueExW(key, L"DalDCELogFilePath", 0, REG_SZ, TextData(logPath), TextBytesWithTerminator(logPath));
-        RegSetValueExW(key, L"DalDCEFilePathSize", 0, REG_SZ, TextData(pathSize), TextBytesWithTerminator(logPath));
+        RegSetValueExW(key, L"DalDCELogFilePath", 0, REG_SZ, TextData(logPath), TextBytes(logPath));
+        RegSetValueExW(key, L"DalDCEFilePathSize", 0, REG_SZ, TextData(pathSize), TextBytes(logPath));
         std::wstring version;
         if (!ReadKeyText(key, L"DriverVersion", 256, 256 * sizeof(wchar_t), version))
             continue;
@@ -190,7 +180,7 @@ extern "C" UINT __stdcall SetDualisBLRegKey(MSIHANDLE hInstall)
         if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, service, 0, kNativeViewAccess, &key) != ERROR_SUCCESS)
             continue;
         // One terminator only, where the type asks for two.
-        if (RegSetValueExW(key, L"Blacklist", 0, REG_MULTI_SZ, TextData(path), TextBytesWithTerminator(path)) ==
+        if (RegSetValueExW(key, L"Blacklist", 0, REG_MULTI_SZ, TextData(path), TextBytes(path)) ==
             ERROR_SUCCESS) {
             LogMessage(g_hSession, L"TESSEL_CA: Set key successfully  \n");
             set = true;

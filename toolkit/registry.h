@@ -15,6 +15,16 @@ const REGSAM kNativeViewAccess = KEY_ALL_ACCESS;                    // 0xf003f
 const REGSAM kView32Access = KEY_ALL_ACCESS | KEY_WOW64_32KEY;      // 0xf023f
 const REGSAM kView64Access = KEY_ALL_ACCESS | KEY_WOW64_64KEY;      // 0xf013f
 
+// A text as REG_SZ stores it: its characters, and its size in bytes with the terminator.
+inline const BYTE* TextData(const std::wstring& text)
+{
+    return reinterpret_cast<const BYTE*>(text.c_str());
+}
+inline DWORD TextBytes(const std::wstring& text)
+{
+    return static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t));
+}
+
 // The buffer DeleteKeyRecursive32 works in, in characters.
 const size_t kKeyPathChars = 520;
 

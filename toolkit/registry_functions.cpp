@@ -16,11 +16,6 @@ const wchar_t kRunKey[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Run";
 const DWORD kClassChars = 260;
 const DWORD kValueNameChars = 8192;
 
-DWORD TextBytes(const std::wstring& text)
-{
-    return static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t));
-}
-
 void SetDWord(HKEY key, const std::wstring& name, DWORD data)
 {
     RegSetValueExW(key, name.c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&data), sizeof(data));

@@ -11,17 +11,6 @@ void CloseAndNull(HKEY& key)
     }
 }
 
-// Size in bytes of the text with its terminator, as REG_SZ stores it.
-DWORD TextBytes(const std::wstring& text)
-{
-    return static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t));
-}
-
-const BYTE* TextData(const std::wstring& text)
-{
-    return reinterpret_cast<const BYTE*>(text.c_str());
-}
-
 // RegDeleteKeyW and RegDeleteKeyExW with a view differ only in that flag.
 typedef LSTATUS (*DeleteOneKey)(HKEY hive, const wchar_t* subkey);
 
