@@ -103,8 +103,9 @@ public:
 void DeleteKeyInBothViews(HKEY hive, const std::wstring& path);
 // Sets a REG_DWORD under HKCU\SOFTWARE\Orvel, creating the key if need be. 1 or 0.
 int CreateRegDWValue(const std::wstring& name, DWORD data);
-// Sets a REG_SZ: opens the key under HKLM, or else creates it under HKCR. Always 0.
-int CreateRegStringValue(const std::wstring& subkey, const std::wstring& name, const std::wstring& text);
+// Sets a REG_SZ: opens the key under HKLM, or else creates it under `createRoot`. Always 0.
+int CreateRegStringValue(const std::wstring& subkey, const std::wstring& name, const std::wstring& text,
+                         HKEY createRoot = HKEY_CLASSES_ROOT);
 // Deletes every named value of `key` but the one named " "; `name` is not looked at.
 void DeleteKeyValues(HKEY key, const std::wstring& name);
 // Deletes a value of HKLM's Run key, native view; true when it was deleted.

@@ -55,12 +55,14 @@ int CreateRegDWValue(const std::wstring& name, DWORD data)
     return 1;
 }
 
-int CreateRegStringValue(const std::wstring& subkey, const std::wstring& name, const std::wstring& text)
+int CreateRegStringValue(const std::wstring& subkey, const std::wstring& name, const std::wstring& text,
+                         HKEY createRoot)
 {
     HKEY key = NULL;
-    // The key is looked for under HKLM but made under HKCR: callers rely on this pairing.
+    // The key is looked for under HKLM but, unless the caller says otherwise, made
+    // under HKCR: callers rely on this pairing.
     if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, subkey.c_str(), 0, kNativeViewAccess, &key) != ERROR_SUCCESS &&
-        RegCreateKeyExW(HKEY_CLASSES_ROOT, subkey.c_str(), 0, NULL, 0, kNativeViewAccess, NULL, &key, NULL) !=
+        RegCreateKeyExW(createRoot, subkey.c_str(), 0, NULL, 0, kNativeViewAccess, NULL, &key, NULL) !=
             ERROR_SUCCESS)
         return 0;
     if (RegSetValueExW(key, name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),

@@ -1,5 +1,6 @@
 // A service for the service tests; its binary path names it and says how it behaves:
 //   test_service.exe NAME [start=MS] [stop=MS] [hint=MS] [flat] [refuse]
+// Without a name (the only service of its process needs none) it stands in for one whose path has no arguments.
 // start, stop: how long it stays pending, its check point rising every 250 ms
 // unless flat; hint: the wait hint it gives then; refuse: it takes no stop.
 #include <windows.h>
@@ -54,8 +55,8 @@ void WINAPI ServiceMain(DWORD, LPWSTR* argv)
 
 }  // namespace
 
-int wmain(int, wchar_t** argv)
+int wmain(int argc, wchar_t** argv)
 {
-    SERVICE_TABLE_ENTRYW table[] = {{argv[1], ServiceMain}, {NULL, NULL}};
+    SERVICE_TABLE_ENTRYW table[] = {{argv[argc > 1 ? 1 : 0], ServiceMain}, {NULL, NULL}};
     return StartServiceCtrlDispatcherW(table) ? 0 : 1;
 }
