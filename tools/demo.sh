@@ -46,7 +46,12 @@ unseed_install_manager() {
   rm -f "$temp_dir/attemp.dll" "$temp_dir/StartHalyardBM.xml" "$WINEPREFIX"/drive_c/windows/system32/tasks/Start*
   # What the driver and display actions leave by design: the display core's log folder, the driver
   # version and the assessment queued for the next start.
-  rm -rf "$temp_dir/Orvel"
+  rm -rf "$temp_dir/Orvel" "$temp_dir/Gaugetemp" "$temp_dir/Gaugex86"
+  # The telemetry client's identity, kept across removals by design, and the values that went under
+  # HKCR because their keys were missing under HKLM.
+  for key in 'HKLM\Software\Ember' 'HKCR\Software\Orvel' 'HKCR\SYSTEM'; do
+    "$tessel_wine" reg delete "$key" /f >/dev/null 2>&1 || true
+  done
   "$tessel_wine" reg delete 'HKLM\SOFTWARE\Orvel\Halyard' /f >/dev/null 2>&1 || true
   "$tessel_wine" reg delete 'HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\RunOnce' /v EnableAero /f \
     >/dev/null 2>&1 || true
@@ -62,13 +67,20 @@ snapshot() {
   (cd "$demo_dir" &&
     "$tessel_wine" reg export 'HKLM\SOFTWARE' 'C:\tessel\demo\hklm.reg' /y &&
     "$tessel_wine" reg export 'HKCU\Software' 'C:\tessel\demo\hkcu.reg' /y) >/dev/null 2>&1
-  # The display adapters' driver keys and the block list's service key, where the driver actions write.
+  # The display adapters' driver keys and the block list's service key, where the driver actions write;
+  # an export that fails leaves the last one's file, so each goes first.
+  rm -f "$demo_dir/display.reg" "$demo_dir/kmd.reg"
   (cd "$demo_dir" &&
     "$tessel_wine" reg export 'HKLM\SYSTEM\CurrentControlSet\Control\Class\{4d36e968-e325-11ce-bfc1-08002be10318}' \
       'C:\tessel\demo\display.reg' /y &&
     "$tessel_wine" reg export 'HKLM\SYSTEM\CurrentControlSet\Services\orvelkmd' 'C:\tessel\demo\kmd.reg' /y) \
     >/dev/null 2>&1 || true
-  cat "$demo_dir/hklm.reg" "$demo_dir/hkcu.reg" "$demo_dir/display.reg" "$demo_dir/kmd.reg" > "$out/$name.reg" 2>/dev/null || true
+  # The telemetry client's launcher service, when there is one.
+  rm -f "$demo_dir/launcher.reg"
+  (cd "$demo_dir" && "$tessel_wine" reg export 'HKLM\SYSTEM\CurrentControlSet\Services\EmberLauncher' \
+    'C:\tessel\demo\launcher.reg' /y) >/dev/null 2>&1 || true
+  cat "$demo_dir/hklm.reg" "$demo_dir/hkcu.reg" "$demo_dir/display.reg" "$demo_dir/kmd.reg" "$demo_dir/launcher.reg" \
+    > "$out/$name.reg" 2>/dev/null || true
   # The tasks Wine's scheduler stores are the only files of the Windows folder shown.
   (cd "$WINEPREFIX/drive_c" && {
     find . \( -path ./windows -o -path ./tessel -o -path './users/*/Temp' -o -path './users/*/AppData/Local/Temp' \) -prune \
@@ -133,6 +145,14 @@ done || true
 RECORDER_FILE='C:\tessel\demo\install-manager.cmdline' msiexec remove /x 'C:\tessel\demo\TesselDemo.msi' /norestart
 cp "$demo_dir/install-manager.cmdline" "$out/install-manager.cmdline" 2>/dev/null || true
 snapshot removed
+# Installed and removed once more, the install manager's records laid down again: the telemetry
+# client's identity, which a removal leaves, is kept.
+seed_install_manager
+snapshot reseeded
+msiexec reinstall /i 'C:\tessel\demo\TesselDemo.msi' LAUNCHED_FROM_FERRULE=1
+snapshot reinstalled
+msiexec reremove /x 'C:\tessel\demo\TesselDemo.msi' /norestart
+snapshot reremoved
 msiexec refused /i 'C:\tessel\demo\TesselDemo.msi'
 snapshot refused
 stop_adapter

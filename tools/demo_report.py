@@ -24,7 +24,9 @@ INSTALLER_RESULTS = {"1": "0", "2": "1602", "3": "1603", "0": "1603"}
 RUNS = [
     ("install", "Install started by the install manager (LAUNCHED_FROM_FERRULE=1)", "before", "installed"),
     ("remove", "Removal", "installed", "removed"),
-    ("refused", "Install started without the install manager", "removed", "refused"),
+    ("reinstall", "Second install, the install manager's records laid down again", "reseeded", "reinstalled"),
+    ("reremove", "Second removal", "reinstalled", "reremoved"),
+    ("refused", "Install started without the install manager", "reremoved", "refused"),
 ]
 
 
