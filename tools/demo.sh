@@ -151,7 +151,7 @@ seed_install_manager
 snapshot reseeded
 msiexec reinstall /i 'C:\tessel\demo\TesselDemo.msi' LAUNCHED_FROM_FERRULE=1
 snapshot reinstalled
-msiexec reremove /x 'C:\tessel\demo\TesselDemo.msi' /norestart
+RECORDER_FILE='C:\tessel\demo\install-manager-again.cmdline' msiexec reremove /x 'C:\tessel\demo\TesselDemo.msi' /norestart
 snapshot reremoved
 msiexec refused /i 'C:\tessel\demo\TesselDemo.msi'
 snapshot refused
