@@ -17,8 +17,3 @@ struct VersionMask {
 
 VersionMask ParseVersionMask(const std::wstring& text);
 
-// The file version as "a.b.c.d"; "" when the file has none.
-std::wstring GetFileVersionString(const std::wstring& path);
-
-// Deletes a file of the system's driver folder, read-only or not.
-bool DeleteSystemDriverFile(const std::wstring& name);

@@ -143,6 +143,34 @@ std::wstring QuotedHelpTool()
            L"Microsoft Help Viewer\\v1.0\\HelpLibManager.exe\"";
 }
 
+// The file version as "a.b.c.d"; "" when the file has none.
+std::wstring GetFileVersionString(const std::wstring& path)
+{
+    DWORD handle = 0;
+    const DWORD size = GetFileVersionInfoSizeW(path.c_str(), &handle);
+    if (size == 0)
+        return std::wstring();
+    std::vector<BYTE> data(size);
+    VS_FIXEDFILEINFO* info = NULL;
+    UINT infoBytes = 0;
+    if (!GetFileVersionInfoW(path.c_str(), 0, size, data.data()) ||
+        !VerQueryValueW(data.data(), L"\\", reinterpret_cast<void**>(&info), &infoBytes) || info == NULL)
+        return std::wstring();
+    wchar_t text[260];
+    wsprintfW(text, L"%d.%d.%d.%d", HIWORD(info->dwFileVersionMS), LOWORD(info->dwFileVersionMS),
+              HIWORD(info->dwFileVersionLS), LOWORD(info->dwFileVersionLS));
+    return text;
+}
+
+// A file of the system's driver folder, read-only or not.
+bool DeleteSystemDriverFile(const std::wstring& name)
+{
+    const std::wstring folder = DriverFolder();
+    const std::wstring path = folder + PathSeparatorFor(folder.c_str()) + name;
+    _wchmod(path.c_str(), _S_IWRITE);
+    return DeleteFileW(path.c_str()) != FALSE;
+}
+
 }  // namespace
 
 VersionMask ParseVersionMask(const std::wstring& text)
@@ -173,32 +201,6 @@ VersionMask ParseVersionMask(const std::wstring& text)
     if (!IsDigits(mask.major) || !IsDigits(mask.minor) || !IsDigits(mask.build) || !IsDigits(mask.revision))
         mask = {L"x", L"x", L"x", L"x", 0};
     return mask;
-}
-
-std::wstring GetFileVersionString(const std::wstring& path)
-{
-    DWORD handle = 0;
-    const DWORD size = GetFileVersionInfoSizeW(path.c_str(), &handle);
-    if (size == 0)
-        return std::wstring();
-    std::vector<BYTE> data(size);
-    VS_FIXEDFILEINFO* info = NULL;
-    UINT infoBytes = 0;
-    if (!GetFileVersionInfoW(path.c_str(), 0, size, data.data()) ||
-        !VerQueryValueW(data.data(), L"\\", reinterpret_cast<void**>(&info), &infoBytes) || info == NULL)
-        return std::wstring();
-    wchar_t text[260];
-    wsprintfW(text, L"%d.%d.%d.%d", HIWORD(info->dwFileVersionMS), LOWORD(info->dwFileVersionMS),
-              HIWORD(info->dwFileVersionLS), LOWORD(info->dwFileVersionLS));
-    return text;
-}
-
-bool DeleteSystemDriverFile(const std::wstring& name)
-{
-    const std::wstring folder = DriverFolder();
-    const std::wstring path = folder + PathSeparatorFor(folder.c_str()) + name;
-    _wchmod(path.c_str(), _S_IWRITE);
-    return DeleteFileW(path.c_str()) != FALSE;
 }
 
 extern "C" UINT __stdcall RemoveTracewellEntrance(MSIHANDLE)
