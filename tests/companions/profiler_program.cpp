@@ -1,0 +1,2 @@
+// A stand-in for the profiler's program: only its version resource is read.
+int main() { return 0; }
