@@ -24,12 +24,17 @@ cp "$msi" "$out/TesselDemo.msi"
 # another product's folder and another package's record.
 install_manager="$WINEPREFIX/drive_c/Program Files/Kestra Technologies/Install Manager"
 other_product="$WINEPREFIX/drive_c/Program Files/Orvel/Other Product"
+old_profiler="$WINEPREFIX/drive_c/Program Files (x86)/Orvel/Tracewell"
 seed_install_manager() {
   cp "$tools/../package/install-manager.reg" "$demo_dir/install-manager.reg"
   (cd "$demo_dir" && "$tessel_wine" regedit /S 'C:\tessel\demo\install-manager.reg') >/dev/null 2>&1
   mkdir -p "$install_manager/BIN64" "$other_product"
   cp "$tessel_build/bin/recorder.exe" "$install_manager/BIN64/InstallManagerApp.exe"
   printf 'Another product of the suite.\r\n' > "$other_product/Readme.txt"
+  # The older profiler: the recording program as its uninstaller, a 2.9.9.9 build as its program.
+  mkdir -p "$old_profiler/bin" "$old_profiler/API"
+  cp "$tessel_build/bin/recorder.exe" "$old_profiler/uninst.exe"
+  cp "$tessel_build/bin/profiler_2999.exe" "$old_profiler/bin/Tracewell.exe"
 }
 unseed_install_manager() {
   local key
@@ -49,7 +54,9 @@ unseed_install_manager() {
   rm -rf "$temp_dir/Orvel" "$temp_dir/Gaugetemp" "$temp_dir/Gaugex86"
   # The telemetry client's identity, kept across removals by design, and the values that went under
   # HKCR because their keys were missing under HKLM.
-  for key in 'HKLM\Software\Ember' 'HKCR\Software\Orvel' 'HKCR\SYSTEM'; do
+  rm -rf "$WINEPREFIX/drive_c/Program Files (x86)/Orvel"
+  for key in 'HKLM\Software\Ember' 'HKCR\Software\Orvel' 'HKCR\SYSTEM' 'HKLM\SOFTWARE\Wow6432Node\Orvel' \
+    'HKLM\SOFTWARE\Wow6432Node\Microsoft\Windows\CurrentVersion\Uninstall\{7E57C0DE-0000-4000-8000-0000000000AA}'; do
     "$tessel_wine" reg delete "$key" /f >/dev/null 2>&1 || true
   done
   "$tessel_wine" reg delete 'HKLM\SOFTWARE\Orvel\Halyard' /f >/dev/null 2>&1 || true
