@@ -106,9 +106,7 @@ bool IsDigits(const std::wstring& text)
 
 std::wstring DriverFolder()
 {
-    wchar_t folder[520] = L"";
-    GetSystemDirectoryW(folder, 520);
-    return std::wstring(folder) + L"\\Drivers";
+    return GetSystemFolder() + L"\\Drivers";
 }
 
 // Each driver's service key and the files it brings, in the order they are cleared.

@@ -89,6 +89,13 @@ bool GetINSTFolder(std::wstring& path)
     return true;
 }
 
+std::wstring GetSystemFolder()
+{
+    wchar_t folder[520] = L"";
+    GetSystemDirectoryW(folder, 520);
+    return folder;
+}
+
 bool GetSpecialFolder(int csidl, std::wstring& path)
 {
     LPITEMIDLIST list = NULL;

@@ -18,3 +18,5 @@ std::wstring GetBinDirName();
 std::wstring GetInstallDir();
 bool GetINSTFolder(std::wstring& path);
 bool GetSpecialFolder(int csidl, std::wstring& path);
+// The system folder as GetSystemDirectoryW gives it, with room for 520 characters; "" on failure.
+std::wstring GetSystemFolder();

@@ -146,8 +146,7 @@ extern "C" UINT __stdcall LaunchHalyard(MSIHANDLE /*hInstall*/)
 
 extern "C" UINT __stdcall LoadProfile(MSIHANDLE /*hInstall*/)
 {
-    wchar_t systemFolder[520] = L"";
-    GetSystemDirectoryW(systemFolder, 520);
-    const std::wstring line = std::wstring(systemFolder) + PathSeparatorFor(systemFolder) + L"kestraprof.exe -reload";
+    const std::wstring systemFolder = GetSystemFolder();
+    const std::wstring line = systemFolder + PathSeparatorFor(systemFolder.c_str()) + L"kestraprof.exe -reload";
     return LaunchCommandLine(LaunchProcess, line, true) ? kResultOne : kResultSuccess;
 }

@@ -28,9 +28,7 @@ const wchar_t* const kDriverServices[] = {L"SYSTEM\\CurrentControlSet\\Services\
 // The system folder with `tail` behind it.
 std::wstring InSystemFolder(const std::wstring& tail)
 {
-    wchar_t folder[520] = L"";
-    GetSystemDirectoryW(folder, 520);
-    return folder + tail;
+    return GetSystemFolder() + tail;
 }
 
 std::wstring BlockListCopy()
