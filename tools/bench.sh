@@ -30,3 +30,9 @@ for bench in "$tessel_build"/bin/*_bench.exe; do
   echo "== $(basename "$bench" .exe)"
   "$tools/wine-run.sh" "$tessel_build" "$bench"
 done
+
+echo "== shipped library"
+shipped="$tessel_build/package/Tessel_CA.dll"
+size=$(stat -c %s "$shipped")
+echo "Tessel_CA.dll in the package: $size bytes ($(awk -v s="$size" 'BEGIN { printf "%.2f", s / 1048576 }') MiB, target 1.50 MiB);" \
+  "debug information in $(basename "$tessel_build")/bin/Tessel_CA.dll.debug"

@@ -2,6 +2,7 @@
 # Checks of Tessel_CA.dll as built.
 #   check_dll.sh exports DLL DEF   the export table holds exactly the .def's names
 #   check_dll.sh imports DLL       every imported DLL is a Windows system DLL
+#   check_dll.sh shipped DLL DEF   the .def's exports and no debug sections
 set -euo pipefail
 objdump=x86_64-w64-mingw32-objdump
 what=$1
@@ -33,8 +34,16 @@ imports)
   fi
   echo "imports only system DLLs:" $imports
   ;;
+shipped)
+  if "$objdump" -h "$dll" | grep -q '\.debug_'; then
+    echo "$dll still carries debug sections"
+    exit 1
+  fi
+  "$0" exports "$dll" "$3"
+  echo "shipped size: $(stat -c %s "$dll") bytes"
+  ;;
 *)
-  echo "usage: $0 exports DLL DEF | imports DLL" >&2
+  echo "usage: $0 exports DLL DEF | imports DLL | shipped DLL DEF" >&2
   exit 2
   ;;
 esac
