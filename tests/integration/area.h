@@ -1,9 +1,8 @@
 // What the integration actions touch: the install keys and locations of the
 // suite's programs and their user and machine settings, the context menu's
-// class keys, the files they leave in the temporary folder, the
-// task Wine's scheduler stores, the stand-in for the 32-bit interpreter
-// (syswow64 is empty in this 64-bit prefix) with its record, and the driver
-// services' keys and files.
+// class keys, the files they leave in the temporary folder, the stand-in for
+// the 32-bit interpreter (syswow64 is empty in this 64-bit prefix) with its
+// record, and the driver services' keys and files.
 #pragma once
 
 #include "harness/harness.h"
@@ -21,8 +20,8 @@ inline harness::Area IntegrationArea()
              {HKEY_CLASSES_ROOT, L"CLSID\\{7B3A91C4-5E1D-4F02-9A66-2C8D1E07F3B5}"},
              {HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Services\\orvelkmd"},
              {HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Services\\intelkmd"}},
-            {temp + L"StartHalyardBM.xml", temp + L"attemp.dll", L"C:\\windows\\system32\\tasks\\StartHalyard",
-             L"C:\\windows\\syswow64\\cmd.exe", L"C:\\windows\\syswow64\\cmd.exe.cmdline", temp + L"Orvel",
+            {temp + L"StartHalyardBM.xml", temp + L"attemp.dll", L"C:\\windows\\syswow64\\cmd.exe",
+             L"C:\\windows\\syswow64\\cmd.exe.cmdline", temp + L"Orvel",
              L"C:\\Program Files\\Kestra Technologies\\Dualis", L"C:\\windows\\system32\\kestradualbl.dat",
              L"C:\\windows\\system32\\OrvelIOVVer.dll", L"C:\\windows\\system32\\OrvelSMBusVer.dll"},
             {L"Orvel Signal Relay", L"OrvelDynamicLocalModeService"}};

@@ -120,17 +120,4 @@ TEST_F(ContextMenuTest, UnregisteringMovesALoadedLibraryAndQueuesItsDelete)
     EXPECT_EQ(queued + queued + L'\0', PendingRenames());
 }
 
-// Wine's own regsvr32 calls the library's registration, which writes the class key. The unregister line, with
-// no blank before its quote, reaches it as one word that names no library: the class stays.
-TEST_F(ContextMenuTest, WinesRegsvr32RegistersTheLibrary)
-{
-    native_.reset();
-    MakeFolders(kSuite + L"\\Kestra.Lumen\\Core-Static");
-    ASSERT_TRUE(CopyFileW((ProgramFolder() + L"menu_extension.dll").c_str(), kBrio64Library.c_str(), FALSE));
-    Session session({{L"INSTALLDIR", kSuite}}, {});
-    EXPECT_EQ(1u, session.Call("CreateBrioContextMenu64"));
-    EXPECT_EQ(1u, session.Call("UnregisterHalyardContextMenu"));
-    EXPECT_EQ(kBrio64Library, TextOf(HKEY_CLASSES_ROOT, kServerKey, L""));
-}
-
 }  // namespace

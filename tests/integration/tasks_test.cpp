@@ -136,21 +136,4 @@ TEST_F(TaskTest, SchtasksNotStartedNoTemporaryFolderOrALineTooLong)
               RunToExit(L"\"" + ProgramFolder() + L"action_host.exe\" CreateLogonSchTask"));
 }
 
-// Wine's own schtasks (which wants the schema's namespace) registers the task and deletes it again.
-TEST_F(TaskTest, WinesSchtasksCreatesAndDeletesTheTask)
-{
-    native_.reset();
-    std::wstring task = kTask;
-    Given(kApp, [&] {
-        DeleteFileW(kSchtasks.c_str());
-        task.insert(5, L" xmlns=\"http://schemas.microsoft.com/windows/2004/02/mit/task\"");
-        MakeFile(kApp + L"\\StartHalyard.xml", Definition(task));
-    });
-    Session session;
-    EXPECT_EQ(0u, session.Call("CreateLogonSchTask"));
-    EXPECT_TRUE(Exists(L"C:\\windows\\system32\\tasks\\StartHalyard"));
-    EXPECT_EQ(1u, session.Call("RemoveHalyardSchedularTask"));
-    EXPECT_FALSE(Exists(L"C:\\windows\\system32\\tasks\\StartHalyard"));
-}
-
 }  // namespace

@@ -27,32 +27,22 @@ void WINAPI Record(LPCWSTR text)
         g_said.push_back(text);
 }
 
-// The service's state; 0 when there is none.
 DWORD State()
 {
-    SC_HANDLE manager = OpenSCManagerW(NULL, NULL, SC_MANAGER_CONNECT);
-    SC_HANDLE service = OpenServiceW(manager, kService, SERVICE_QUERY_STATUS);
-    SERVICE_STATUS status = {};
-    QueryServiceStatus(service, &status);
-    CloseServiceHandle(service);
-    CloseServiceHandle(manager);
-    return status.dwCurrentState;
+    return ServiceState(kService);
 }
 
 void Arrange(Scene scene, const std::wstring& behaviour)
 {
     if (scene == kAbsent)
         return;
+    InstallTestService(kService, behaviour, scene >= kRunning);
     SC_HANDLE manager = OpenSCManagerW(NULL, NULL, SC_MANAGER_ALL_ACCESS);
-    const std::wstring path = L"\"" + ProgramFolder() + L"test_service.exe\" " + kService + L" " + behaviour;
-    SC_HANDLE service = CreateServiceW(manager, kService, kService, SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS,
-                                       scene == kDisabled ? SERVICE_DISABLED : SERVICE_DEMAND_START,
-                                       SERVICE_ERROR_IGNORE, path.c_str(), NULL, NULL, NULL, NULL, NULL);
-    if (scene >= kRunning)
-        StartServiceW(service, 0, NULL);
-    for (int i = 0; i < 200 && scene >= kRunning && State() != SERVICE_RUNNING; ++i)
-        Sleep(50);
+    SC_HANDLE service = OpenServiceW(manager, kService, SERVICE_ALL_ACCESS);
     SERVICE_STATUS status;
+    if (scene == kDisabled)
+        ChangeServiceConfigW(service, SERVICE_NO_CHANGE, SERVICE_DISABLED, SERVICE_NO_CHANGE, NULL, NULL, NULL, NULL,
+                             NULL, NULL, NULL);
     if (scene == kStopping)
         ControlService(service, SERVICE_CONTROL_STOP, &status);
     CloseServiceHandle(service);
