@@ -67,6 +67,10 @@ TEST_F(DriverTest, VersionBlockListAndFiles)
         {"a copy is kept", "CopyDualisFile", {},
          [] { MakeFile(L"C:\\Program Files\\Kestra Technologies\\Dualis\\kestradualbl.dat"); MakeFile(kCopy, "kept"); },
          1, Exactly(none), [](Session&) { EXPECT_EQ("kept", ReadFileBytes(kCopy)); }},
+        {"version library", "DeleteIOVDll", {}, Make({L"C:\\windows\\system32\\OrvelIOVVer.dll"}), 1, Exactly(none),
+         Present({}, {L"C:\\windows\\system32\\OrvelIOVVer.dll"})},
+        {"the other version library", "DeleteSMBusDll", {}, Make({L"C:\\windows\\system32\\OrvelSMBusVer.dll"}), 1,
+         Exactly(none), Present({}, {L"C:\\windows\\system32\\OrvelSMBusVer.dll"})},
         {"read-only", "DelDualisBLFile", {}, [] { MakeFile(kCopy, "x", FILE_ATTRIBUTE_READONLY); }, 1, Exactly(none),
          Present({}, {kCopy})},
     });
