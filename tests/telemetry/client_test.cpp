@@ -29,16 +29,6 @@ Lines LinesOf(const char* action)
     return Lines(log.begin() + 2, log.end());
 }
 
-DWORD StateOf(const wchar_t* name)
-{
-    SC_HANDLE manager = OpenSCManagerW(NULL, NULL, SC_MANAGER_CONNECT), service = OpenServiceW(manager, name, 4);
-    SERVICE_STATUS status = {};
-    QueryServiceStatus(service, &status);
-    CloseServiceHandle(service);
-    CloseServiceHandle(manager);
-    return status.dwCurrentState;
-}
-
 DWORD WINAPI NoTempPath(DWORD, LPWSTR) { return 0; }
 int WINAPI FolderInUse(LPSHFILEOPSTRUCTW) { return ERROR_SHARING_VIOLATION; }
 
@@ -52,12 +42,11 @@ TEST_F(ClientTest, InstallsKeepTheIdentityAndRemovalsTakeTheRest)
     std::wstring identity;
     for (int install = 0; install < 2; ++install) {
         SCOPED_TRACE(install);
-        RunToExit(L"cmd /c sc create GaugeL binPath= \"" + ProgramFolder() +
-                  L"test_service.exe GaugeL stop=600000 hint=2999\" & sc start GaugeL");
+        InstallTestService(L"GaugeL", L"stop=600000 hint=2999", true);
         {
             FakeClock clock;
             EXPECT_EQ(Lines(), LinesOf("PreInstallGauge"));
-            EXPECT_TRUE(clock.Elapsed() > 30000 && StateOf(L"EmberLauncher") == 0 && !Exists(kClient));
+            EXPECT_TRUE(clock.Elapsed() > 30000 && ServiceState(L"EmberLauncher") == 0 && !Exists(kClient));
         }
         ClearArea({{}, {}, {L"GaugeL"}});
 
@@ -74,7 +63,7 @@ TEST_F(ClientTest, InstallsKeepTheIdentityAndRemovalsTakeTheRest)
                          TextOf(HKLM, kLauncher, L"ImagePath"), TextOf(HKLM, kLauncher, L"DisplayName")}));
         EXPECT_EQ((std::vector<DWORD>{0x110, 2, 1, SERVICE_RUNNING, 0}),
                   (std::vector<DWORD>{DwordOf(HKLM, kLauncher, L"Type"), DwordOf(HKLM, kLauncher, L"Start"),
-                                      DwordOf(HKLM, kLauncher, L"ErrorControl"), StateOf(L"EmberLauncher"),
+                                      DwordOf(HKLM, kLauncher, L"ErrorControl"), ServiceState(L"EmberLauncher"),
                                       Session().Call("AfterInstallGauge")}));
     }
 
@@ -86,7 +75,7 @@ TEST_F(ClientTest, InstallsKeepTheIdentityAndRemovalsTakeTheRest)
     ImportPatch inUse(TesselDll(), "shell32.dll", "SHFileOperationW", reinterpret_cast<void*>(&FolderInUse));
     EXPECT_EQ(Lines{kMoveFailed + kClient32}, LinesOf("UnInstallGauge"));
     CloseHandle(held);
-    EXPECT_TRUE(StateOf(L"EmberLauncher") == 0 && !Exists(kClient) && !KeyExists(HKLM, kGauge) &&
+    EXPECT_TRUE(ServiceState(L"EmberLauncher") == 0 && !Exists(kClient) && !KeyExists(HKLM, kGauge) &&
                 Exists(kParked + L"\\GaugeSL.dll") && TextOf(HKLM, kEmber, L"GUID") == identity);
     EXPECT_NE(std::wstring::npos, PendingRenames().find(L"\\??\\" + kParked + L'\0'));
 
