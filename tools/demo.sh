@@ -42,7 +42,10 @@ seed_install_manager() {
   mkdir -p "$old_profiler/bin" "$old_profiler/API"
   cp "$tessel_build/bin/recorder.exe" "$old_profiler/uninst.exe"
   cp "$tessel_build/bin/profiler_2999.exe" "$old_profiler/bin/Tracewell.exe"
-  # The install manager's own settings, which ask for no repair of the packages it installs.
+  # The install manager's working folder (FerruleInstallDir), and its own settings, which ask for no
+  # repair of the packages it installs.
+  mkdir -p "$demo_dir/Ferrule"
+  printf 'The install manager'"'"'s working files.\r\n' > "$demo_dir/Ferrule/session.dat"
   mkdir -p "$install_manager/Config"
   printf '# Install manager settings\r\nNoRepair=Yes\r\n' > "$install_manager/Config/InstallManager.cfg"
   # Programs of the suite that other packages installed, and the system's tools that the actions
