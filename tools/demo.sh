@@ -182,6 +182,12 @@ stop_adapter() {
 display_mode=DEMO_DISPLAY_MODE=1
 [ -z "${TESSEL_DEMO_QUICK:-}" ] || display_mode=
 
+# The maker's shared data folder, which other products keep: the actions take the transcoding cache
+# and the components' data folders out of it, not the folder itself.
+shared_data="$WINEPREFIX/drive_c/ProgramData/Orvel"
+[ -d "$shared_data" ] || made_shared_data=1
+mkdir -p "$shared_data"
+
 seed_install_manager
 start_adapter
 snapshot before
@@ -211,5 +217,6 @@ snapshot refused
 stop_adapter
 
 unseed_install_manager
+[ -z "${made_shared_data:-}" ] || rmdir "$shared_data" 2>/dev/null || true
 
 python3 "$tools/demo_report.py" "$out" "$tools/../package/payload" | tee "$out/report.txt"
