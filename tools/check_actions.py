@@ -3,7 +3,8 @@
 
 Usage: check_actions.py FRAGMENT.wxs EXPORTS.def
 Prints what is missing from the fragment, what it declares that the DLL does
-not export, and what it declares twice; exits 1 when there is any of these.
+not export, what it declares twice, and deferred actions that leave Impersonate
+to wixl's default; exits 1 when there is any of these.
 """
 import collections
 import sys
@@ -12,10 +13,9 @@ import xml.etree.ElementTree as ET
 WIX = "{http://schemas.microsoft.com/wix/2006/wi}"
 
 
-def declared_entries(fragment):
-    """The DllEntry of every CustomAction, in order, repeats kept."""
-    root = ET.parse(fragment).getroot()
-    return [action.get("DllEntry") for action in root.iter(WIX + "CustomAction") if action.get("DllEntry")]
+def library_actions(fragment):
+    """The CustomAction elements that call a DllEntry, in order."""
+    return [action for action in ET.parse(fragment).getroot().iter(WIX + "CustomAction") if action.get("DllEntry")]
 
 
 def exported_names(def_file):
@@ -34,24 +34,28 @@ def exported_names(def_file):
     return names
 
 
-def problems(entries, exports):
+def problems(actions, exports):
+    entries = [action.get("DllEntry") for action in actions]
     counts = collections.Counter(entries)
     found = []
     found += ["missing from the fragment: " + name for name in sorted(set(exports) - set(entries))]
     found += ["not exported by the DLL: " + name for name in sorted(set(entries) - set(exports))]
     found += ["declared %d times: %s" % (n, name) for name, n in sorted(counts.items()) if n > 1]
+    # wixl's default for a deferred action is to run as the system, whatever the action needs.
+    found += ["deferred without Impersonate: " + action.get("Id") for action in actions
+              if action.get("Execute") == "deferred" and action.get("Impersonate") is None]
     return found
 
 
 def main():
     fragment, def_file = sys.argv[1], sys.argv[2]
-    entries = declared_entries(fragment)
-    found = problems(entries, exported_names(def_file))
+    actions = library_actions(fragment)
+    found = problems(actions, exported_names(def_file))
     for line in found:
         print(line)
     if found:
         return 1
-    print("%d actions declared, one for each export of %s" % (len(entries), def_file))
+    print("%d actions declared, one for each export of %s" % (len(actions), def_file))
     return 0
 
 
