@@ -25,6 +25,13 @@ cp "$msi" "$out/TesselDemo.msi"
 install_manager="$WINEPREFIX/drive_c/Program Files/Kestra Technologies/Install Manager"
 other_product="$WINEPREFIX/drive_c/Program Files/Orvel/Other Product"
 old_profiler="$WINEPREFIX/drive_c/Program Files (x86)/Orvel/Tracewell"
+standins="$WINEPREFIX/drive_c/Program Files (x86)/Orvel"
+# The control centre's framework: the interpreter that starts its tool takes no parentheses in a quoted path.
+control_centre="$WINEPREFIX/drive_c/Program Files/Orvel/Lumen/Core-Static"
+system_tools=("$WINEPREFIX/drive_c/windows/Microsoft.NET/Framework64/v4.0.30319/RegAsm.exe"
+  "$WINEPREFIX/drive_c/windows/Microsoft.NET/Framework/v4.0.30319/RegAsm.exe"
+  "$WINEPREFIX/drive_c/Program Files/Microsoft Help Viewer/v1.0/HelpLibManager.exe"
+  "$WINEPREFIX/drive_c/windows/system32/kestraprof.exe")
 seed_install_manager() {
   cp "$tools/../package/install-manager.reg" "$demo_dir/install-manager.reg"
   (cd "$demo_dir" && "$tessel_wine" regedit /S 'C:\tessel\demo\install-manager.reg') >/dev/null 2>&1
@@ -35,9 +42,38 @@ seed_install_manager() {
   mkdir -p "$old_profiler/bin" "$old_profiler/API"
   cp "$tessel_build/bin/recorder.exe" "$old_profiler/uninst.exe"
   cp "$tessel_build/bin/profiler_2999.exe" "$old_profiler/bin/Tracewell.exe"
+  # The install manager's working folder (FerruleInstallDir), and its own settings, which ask for no
+  # repair of the packages it installs.
+  mkdir -p "$demo_dir/Ferrule"
+  printf 'The install manager'"'"'s working files.\r\n' > "$demo_dir/Ferrule/session.dat"
+  mkdir -p "$install_manager/Config"
+  printf '# Install manager settings\r\nNoRepair=Yes\r\n' > "$install_manager/Config/InstallManager.cfg"
+  # Programs of the suite that other packages installed, and the system's tools that the actions
+  # start: the recording program under their names.
+  local program
+  for program in "$control_centre/CLI.exe" "$control_centre/BrioInstall.exe" \
+    "$control_centre/Pylon.exe" "$standins/Lumen/Sorrel/Sorrel.Service.exe" \
+    "$standins/Vane/Kestra.Lumen/Vane/VaneSleepService.exe" "${system_tools[@]}"; do
+    mkdir -p "$(dirname "$program")"
+    cp "$tessel_build/bin/recorder.exe" "$program"
+  done
+  # The dynamic local mode service, installed by the driver: the service tests' program. Once started
+  # it runs until the stand-ins go, so a second seeding leaves its program alone.
+  if [ ! -f "$standins/DLM/OrvelDLM.exe" ]; then
+    mkdir -p "$standins/DLM"
+    cp "$tessel_build/bin/test_service.exe" "$standins/DLM/OrvelDLM.exe"
+    "$tessel_wine" sc create OrvelDynamicLocalModeService binpath= '"C:\Program Files (x86)\Orvel\DLM\OrvelDLM.exe"' \
+      >/dev/null 2>&1 || true
+  fi
 }
 unseed_install_manager() {
-  local key
+  local key program
+  "$tessel_wine" sc stop OrvelDynamicLocalModeService >/dev/null 2>&1 || true
+  "$tessel_wine" sc delete OrvelDynamicLocalModeService >/dev/null 2>&1 || true
+  for program in "${system_tools[@]}"; do
+    rm -f "$program"
+    rmdir -p --ignore-fail-on-non-empty "$(dirname "$program")" 2>/dev/null || true
+  done
   for key in 'HKLM\SOFTWARE\Kestra Technologies' 'HKCU\Software\Orvel' 'HKLM\SYSTEM\CurrentControlSet\Services\orvelkmd' \
     'HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall\Orvel Quillon Install Manager'; do
     "$tessel_wine" reg delete "$key" /f >/dev/null 2>&1 || true
@@ -56,6 +92,7 @@ unseed_install_manager() {
   # HKCR because their keys were missing under HKLM.
   rm -rf "$WINEPREFIX/drive_c/Program Files (x86)/Orvel"
   for key in 'HKLM\Software\Ember' 'HKCR\Software\Orvel' 'HKCR\SYSTEM' 'HKLM\SOFTWARE\Wow6432Node\Orvel' \
+    'HKLM\SOFTWARE\Kestra' 'HKLM\SOFTWARE\Wow6432Node\Kestra' 'HKLM\SOFTWARE\Wow6432Node\Kestra Technologies' \
     'HKLM\SOFTWARE\Wow6432Node\Microsoft\Windows\CurrentVersion\Uninstall\{7E57C0DE-0000-4000-8000-0000000000AA}'; do
     "$tessel_wine" reg delete "$key" /f >/dev/null 2>&1 || true
   done
@@ -88,26 +125,30 @@ snapshot() {
     'C:\tessel\demo\launcher.reg' /y) >/dev/null 2>&1 || true
   cat "$demo_dir/hklm.reg" "$demo_dir/hkcu.reg" "$demo_dir/display.reg" "$demo_dir/kmd.reg" "$demo_dir/launcher.reg" \
     > "$out/$name.reg" 2>/dev/null || true
-  # The tasks Wine's scheduler stores are the only files of the Windows folder shown.
+  # Of the Windows folder, only the tasks Wine's scheduler stores and the files the actions copy there.
   (cd "$WINEPREFIX/drive_c" && {
     find . \( -path ./windows -o -path ./tessel -o -path './users/*/Temp' -o -path './users/*/AppData/Local/Temp' \) -prune \
       -o -print
-    find ./windows/system32/tasks ./windows/system32/kestradualbl.dat -type f 2>/dev/null || true
+    find ./windows/system32/tasks ./windows/system32/kestradualbl.dat ./windows/system32/drivers/tw* -type f 2>/dev/null || true
   } | sort) > "$out/$name.files"
 }
 
 # Runs msiexec through cmd, which can tell its whole exit code (a process's
 # status on Linux keeps only the low byte). msiexec's own error lines carry
 # the results it refused ("Invalid Return Code"), and Wine's process trace
-# the command lines of the programs the actions start.
+# the command lines of the programs the actions start; the stand-ins record
+# theirs, once really started, in NAME.started.
 msiexec() {
   local name=$1
   shift
-  (cd "$demo_dir" && WINEDEBUG=-all,err+msi,trace+process "$tessel_wine" cmd /v:on /c \
+  rm -f "$demo_dir/$name.started"
+  (cd "$demo_dir" && RECORDER_FILE="C:\\tessel\\demo\\$name.started" WINEDEBUG=-all,err+msi,trace+process \
+    "$tessel_wine" cmd /v:on /c \
     "msiexec $* /qn /l*v C:\\tessel\\demo\\$name.log & echo exit=!errorlevel!") \
     </dev/null >"$out/$name.out" 2>"$out/$name.err" || true
   sed -n 's/^exit=\([0-9]*\).*/\1/p' "$out/$name.out" > "$out/$name.rc"
   cp "$demo_dir/$name.log" "$out/$name.log" 2>/dev/null || : > "$out/$name.log"
+  if [ -f "$demo_dir/$name.started" ]; then tr -d '\r' < "$demo_dir/$name.started"; fi > "$out/$name.started"
 }
 
 # Under the test suite the wineserver is already warm, and stays so.
@@ -137,6 +178,16 @@ stop_adapter() {
   rm -f "$demo_dir/adapter.stop"
 }
 
+# The display mode change waits 20 seconds, so a quick run (the package test) leaves it out.
+display_mode=DEMO_DISPLAY_MODE=1
+[ -z "${TESSEL_DEMO_QUICK:-}" ] || display_mode=
+
+# The maker's shared data folder, which other products keep: the actions take the transcoding cache
+# and the components' data folders out of it, not the folder itself.
+shared_data="$WINEPREFIX/drive_c/ProgramData/Orvel"
+[ -d "$shared_data" ] || made_shared_data=1
+mkdir -p "$shared_data"
+
 seed_install_manager
 start_adapter
 snapshot before
@@ -148,22 +199,24 @@ comm -13 "$out/before.files" "$out/installed.files" | grep '\.cfg$' | while read
   mkdir -p "$out/installed-files/$(dirname "$file")"
   cp "$WINEPREFIX/drive_c/$file" "$out/installed-files/$file"
 done || true
-# The install manager's stand-in writes its command line where the report finds it.
-RECORDER_FILE='C:\tessel\demo\install-manager.cmdline' msiexec remove /x 'C:\tessel\demo\TesselDemo.msi' /norestart
-cp "$demo_dir/install-manager.cmdline" "$out/install-manager.cmdline" 2>/dev/null || true
+# The install manager's command line, as its stand-in recorded it, where the report finds it.
+msiexec remove /x 'C:\tessel\demo\TesselDemo.msi' /norestart
+grep -a 'InstallManagerApp\.exe' "$out/remove.started" > "$out/install-manager.cmdline" || true
 snapshot removed
-# Installed and removed once more, the install manager's records laid down again: the telemetry
-# client's identity, which a removal leaves, is kept.
+# Installed and removed once more, the install manager's records laid down again, with the other
+# member of each pair of twin actions: the telemetry client's identity, which a removal leaves, is kept.
 seed_install_manager
 snapshot reseeded
-msiexec reinstall /i 'C:\tessel\demo\TesselDemo.msi' LAUNCHED_FROM_FERRULE=1
+msiexec reinstall /i 'C:\tessel\demo\TesselDemo.msi' LAUNCHED_FROM_FERRULE=1 DEMO_OTHER_TWINS=1 $display_mode
 snapshot reinstalled
-RECORDER_FILE='C:\tessel\demo\install-manager-again.cmdline' msiexec reremove /x 'C:\tessel\demo\TesselDemo.msi' /norestart
+msiexec reremove /x 'C:\tessel\demo\TesselDemo.msi' /norestart DEMO_OTHER_TWINS=1
+grep -a 'InstallManagerApp\.exe' "$out/reremove.started" > "$out/install-manager-again.cmdline" || true
 snapshot reremoved
 msiexec refused /i 'C:\tessel\demo\TesselDemo.msi'
 snapshot refused
 stop_adapter
 
 unseed_install_manager
+[ -z "${made_shared_data:-}" ] || rmdir "$shared_data" 2>/dev/null || true
 
 python3 "$tools/demo_report.py" "$out" "$tools/../package/payload" | tee "$out/report.txt"

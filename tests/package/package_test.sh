@@ -25,7 +25,7 @@ expect_equal() {
   [ "$2" = "$3" ] || fail "$1: expected '$2', got '$3'"
 }
 
-"$root/tools/demo.sh" "$build" "$out" >/dev/null || fail "the demo runner failed"
+TESSEL_DEMO_QUICK=1 "$root/tools/demo.sh" "$build" "$out" >/dev/null || fail "the demo runner failed"
 
 dir='C:\Program Files\Kestra Technologies\Demo Suite\'
 pid='{6E1B2C3D-0000-4A5B-9C8D-1234567890AB}'
@@ -94,6 +94,32 @@ check
 ! grep -Fq 'ContextMenuHandlers\Lumen]' "$out/removed.reg.txt" || fail "the context menu's handler is still there"
 check
 ! grep -Fq 'OrvelAnalytics]' "$out/removed.reg.txt" || fail "the analytics consent is still there"
+
+# The whole library ran: every action gave the result that means success for it but the one whose
+# task-killer line never starts, and only the two that wait on what Wine can't end were left out.
+check
+[ "$(sed -n '/^  Not the result that means success:/,/^  Not run:/p' "$out/report.txt" | grep '^    ' | cut -d: -f1)" = \
+  "    TerminatePixelSharpApp (install, remove, reinstall, reremove)" ] || fail "an action did not give its success result"
+check
+[ "$(sed -n 's/^  Not run: \([A-Za-z]*\),.*/\1/p' "$out/report.txt" | tr '\n' ' ')" = "DisplayModeChange RestartExplorerBrioApp " ] ||
+  fail "actions other than the display mode change and the shell's restart were not run"
+
+# What the newer actions leave: the profiler's drivers copied into the system (and gone again with
+# the files compared above), the product kept from repair, the install manager's flag reset.
+check
+grep -qx './windows/system32/drivers/twkern.sys' "$out/installed.files" || fail "the profiler's drivers were not copied"
+expect_line "$out/installed.reg.txt" '"NoRepair"=dword:00000001'
+check
+awk -v key='[HKEY_LOCAL_MACHINE\\SOFTWARE\\Kestra Technologies\\Install\\Kestra Quillon Install Manager]' \
+  '$0 == key { inside = 1; next } /^\[/ { inside = 0 } inside' "$out/removed.reg.txt" |
+  grep -Fxq '"Ferrule_Reboot"="No"' || fail "the install manager's reboot flag was not reset"
+
+# The second round hands the removal of the current package and of the component over, and the
+# install before it asked the install manager for an update.
+expect_equal "the install manager's command lines in the second removal" \
+  "$(printf '%s %s\n%s %s' "$im" "$switches" "$im" '/UNINSTALL /IGNORE_UPGRADE /ON_REBOOT_MESSAGE:NO')" \
+  "$(cat "$out/install-manager-again.cmdline")"
+expect_line "$out/reinstall.started" "$im /UPDATE"
 
 # The refused install: 1612 from the gate, and nothing changed.
 expect_equal "refused install exit code" 1603 "$(cat "$out/refused.rc")"
