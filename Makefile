@@ -2,7 +2,7 @@
 BUILD ?= build
 TOOLCHAIN := cmake/mingw-w64-x86_64.cmake
 
-.PHONY: all bootstrap build demo test bench mutants clean
+.PHONY: all bootstrap build demo test bench cycles mutants clean
 
 all: build
 
@@ -23,6 +23,11 @@ test: build
 
 bench: build
 	tools/bench.sh $(BUILD)
+
+# Install and removal cycles of the demo package, and what they leave; not part of `make test`.
+CYCLES ?= 10
+cycles: build
+	tools/cycles.sh $(BUILD) $(CYCLES)
 
 # Small faults made one at a time in the library; see tools/mutants.py.
 SEED ?= 1
