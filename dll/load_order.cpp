@@ -3,6 +3,7 @@
 // destruction at unload). There is no DllMain of our own. Only the DLL links
 // this unit: programs that link the static library make their own.
 #include "frame/frame.h"
+#include "framework/exception_handler.h"
 #include "framework/kestra_logger.h"
 #include "toolkit/registry.h"
 
@@ -16,7 +17,9 @@ std::vector<std::wstring> g_keyNameList;
 FARPROC g_isWow64Process =
     GetProcAddress(GetModuleHandleW(L"kernel32"), "IsWow64Process");
 
-// 4. The crash reporter comes next.
+// 4. The crash reporter: from here on an exception that nobody in the host
+//    handles is reported beside the host's executable.
+CExceptionHandler g_exceptionHandler;
 
 // 5. The logger facade, which opens nothing yet.
 KestraLogger g_kestraLogger;

@@ -1,25 +1,16 @@
 // Stands in for the installer's custom-action host: calls one export of
 // Tessel_CA.dll on a thread of its own, in a session with the given properties.
 //   action_host.exe EXPORT [NAME=VALUE ...]
-// Its unhandled-exception filter writes the exception's code in hex to
-// C:\tessel\scratch\unhandled.code and lets the process end with that code, as
-// Windows does. Otherwise it exits with the action's result.
+// Its unhandled-exception filter is the one the DLL installs when it loads:
+// an exception that escapes the action is reported in action_host.RPT beside
+// it, and the process ends with the exception's code. Otherwise it exits with
+// the action's result.
 #include "harness/harness.h"
-
-#include <cstdio>
 
 namespace {
 
 harness::Rows g_properties;
 std::string g_export;
-
-LONG WINAPI RecordUnhandled(EXCEPTION_POINTERS* pointers)
-{
-    char code[16];
-    std::snprintf(code, sizeof(code), "%08lx", pointers->ExceptionRecord->ExceptionCode);
-    harness::WriteFileBytes(std::wstring(harness::kScratchFolder) + L"unhandled.code", code);
-    return EXCEPTION_EXECUTE_HANDLER;
-}
 
 DWORD WINAPI CallExport(LPVOID)
 {
@@ -31,8 +22,6 @@ DWORD WINAPI CallExport(LPVOID)
 
 int wmain(int argc, wchar_t** argv)
 {
-    harness::MakeFolders(harness::kScratchFolder);
-    SetUnhandledExceptionFilter(RecordUnhandled);
     const std::wstring name = argv[1];
     g_export.assign(name.begin(), name.end());
     for (int i = 2; i < argc; ++i) {

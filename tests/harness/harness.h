@@ -281,6 +281,10 @@ DWORD ServiceState(const std::wstring& name);
 
 // Runs a program to its end, or ends it after `timeoutMs`; returns its exit code (STILL_ACTIVE when ended).
 DWORD RunToExit(const std::wstring& commandLine, DWORD timeoutMs = INFINITE);
+// The same, with each text the program gave OutputDebugStringW/A added to
+// `texts` as a debug monitor sees it. No debugger is attached: under one, an
+// unhandled exception would go to the debugger instead of the program's filter.
+DWORD RunCapturingDebugText(const std::wstring& commandLine, Lines& texts, DWORD timeoutMs = 10000);
 
 // The recording program: copies of it append their command line to a file
 // beside them. Installing a copy clears its record.

@@ -8,6 +8,7 @@
 #include <shlobj.h>
 
 #include <algorithm>
+#include <cstring>
 #include <memory>
 #include <stdexcept>
 
@@ -322,14 +323,19 @@ bool EnterThrowAwayDrive()
     return ReadFileBytes(L"Q:\\kept.txt") == "throw-away" && SetCurrentDirectoryW(L"Q:\\");
 }
 
-DWORD RunToExit(const std::wstring& commandLine, DWORD timeoutMs)
+namespace {
+
+PROCESS_INFORMATION Start(std::wstring line)
 {
-    STARTUPINFOW startup = {};
-    startup.cb = sizeof(startup);
+    STARTUPINFOW startup = {sizeof(startup)};
     PROCESS_INFORMATION process = {};
-    std::wstring line = commandLine;
     if (!CreateProcessW(NULL, &line[0], NULL, NULL, FALSE, 0, NULL, NULL, &startup, &process))
         throw std::runtime_error("CreateProcessW failed");
+    return process;
+}
+
+DWORD EndOf(const PROCESS_INFORMATION& process, DWORD timeoutMs)
+{
     DWORD exitCode = STILL_ACTIVE;
     if (WaitForSingleObject(process.hProcess, timeoutMs) == WAIT_TIMEOUT)
         TerminateProcess(process.hProcess, STILL_ACTIVE);
@@ -338,6 +344,36 @@ DWORD RunToExit(const std::wstring& commandLine, DWORD timeoutMs)
     CloseHandle(process.hThread);
     CloseHandle(process.hProcess);
     return exitCode;
+}
+
+}  // namespace
+
+DWORD RunToExit(const std::wstring& commandLine, DWORD timeoutMs)
+{
+    return EndOf(Start(commandLine), timeoutMs);
+}
+
+DWORD RunCapturingDebugText(const std::wstring& commandLine, Lines& texts, DWORD timeoutMs)
+{
+    // A debug monitor's side of the system's buffer: a writer waits for
+    // BUFFER_READY, puts its process id and text in, and sets DATA_READY.
+    HANDLE bufferReady = CreateEventW(NULL, FALSE, FALSE, L"DBWIN_BUFFER_READY");
+    HANDLE dataReady = CreateEventW(NULL, FALSE, FALSE, L"DBWIN_DATA_READY");
+    HANDLE mapping = CreateFileMappingW(INVALID_HANDLE_VALUE, NULL, PAGE_READWRITE, 0, 4096, L"DBWIN_BUFFER");
+    const DWORD* buffer = static_cast<const DWORD*>(MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, 4096));
+    const PROCESS_INFORMATION process = Start(commandLine);
+    const HANDLE events[2] = {dataReady, process.hProcess};
+    // A text given before the end comes first: the lower index wins.
+    for (SetEvent(bufferReady); WaitForMultipleObjects(2, events, FALSE, timeoutMs) == WAIT_OBJECT_0;
+         SetEvent(bufferReady)) {
+        const char* text = reinterpret_cast<const char*>(buffer + 1);
+        if (buffer[0] == process.dwProcessId)
+            texts.push_back(std::wstring(text, text + strlen(text)));
+    }
+    UnmapViewOfFile(buffer);
+    for (HANDLE handle : {mapping, dataReady, bufferReady})
+        CloseHandle(handle);
+    return EndOf(process, 0);
 }
 
 void InstallRecorder(const std::wstring& targetPath)
