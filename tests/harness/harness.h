@@ -87,10 +87,12 @@ private:
     ImportPatch patch_;
 };
 
-// While alive, Tessel_CA.dll's CreateProcessW fails with access denied.
+// While alive, `module`'s CreateProcessW fails with access denied; the
+// command lines it was given are kept, in order.
 class RefusedProcessStarts {
 public:
-    RefusedProcessStarts();
+    explicit RefusedProcessStarts(HMODULE module = TesselDll());
+    static std::vector<std::wstring> CommandLines();
 
 private:
     ImportPatch patch_;

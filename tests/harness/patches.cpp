@@ -69,9 +69,12 @@ DWORD WINAPI FakeTickCount()
     return static_cast<DWORD>(++g_now);
 }
 
-BOOL WINAPI RefuseCreateProcess(LPCWSTR, LPWSTR, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL, DWORD, LPVOID,
+std::vector<std::wstring> g_refusedLines;
+
+BOOL WINAPI RefuseCreateProcess(LPCWSTR, LPWSTR line, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL, DWORD, LPVOID,
                                 LPCWSTR, LPSTARTUPINFOW, LPPROCESS_INFORMATION)
 {
+    g_refusedLines.push_back(line ? line : L"");
     SetLastError(ERROR_ACCESS_DENIED);
     return FALSE;
 }
@@ -80,9 +83,15 @@ const wchar_t kWineOverrides[] = L"Software\\Wine\\DllOverrides";
 
 }  // namespace
 
-RefusedProcessStarts::RefusedProcessStarts()
-    : patch_(TesselDll(), "kernel32.dll", "CreateProcessW", reinterpret_cast<void*>(&RefuseCreateProcess))
+RefusedProcessStarts::RefusedProcessStarts(HMODULE module)
+    : patch_(module, "kernel32.dll", "CreateProcessW", reinterpret_cast<void*>(&RefuseCreateProcess))
 {
+    g_refusedLines.clear();
+}
+
+std::vector<std::wstring> RefusedProcessStarts::CommandLines()
+{
+    return g_refusedLines;
 }
 
 NativePrograms::NativePrograms(std::initializer_list<std::wstring> programs) : programs_(programs)

@@ -48,7 +48,6 @@ TEST_F(AppControlTest, EachActionRunsItsLineFromItsLocation)
         {"LaunchBrio", lumen + L"Core-Static", kApp, L"Pylon.exe", 0, L"", {}, KEY_WOW64_64KEY},
         {"TerminateHalyardApp", L"", L"", kTaskKill, 0, L"\"" + kTaskKill + L"\" /IM MarlinSettings.exe /F\"", {}},
         {"TerminateDVRApp", L"", L"", kTaskKill, 0, L"\"" + kTaskKill + L"\" /IM OrvelCaptureServ.exe /F", {}},
-        {"TerminatePixelSharpApp", L"", L"", kTaskKill, 1603, L"", {}},  // one quoted word names no program
         {"RestartExplorerBrioApp", L"", L"", kExplorer, 0, L"\"" + kExplorer + L"\"", {}},
         {"LaunchHalyard", L"", L"", kSchtasks, 1, L"schtasks /run /TN \"StartHalyard\"", {}},
         {"LoadProfile", L"", L"", kProfiler, 1, kProfiler + L" -reload", {}},
@@ -72,6 +71,14 @@ TEST_F(AppControlTest, EachActionRunsItsLineFromItsLocation)
         if (!tool.empty())
             EXPECT_EQ(row.line.empty() ? Lines() : Lines{row.line}, RecordedCommandLines(tool, !row.line.empty()));
     }
+}
+
+// One quoted word that names no program: the system is handed it, and refuses it.
+TEST_F(AppControlTest, TerminatePixelSharpAppQuotesItsWholeLine)
+{
+    RefusedProcessStarts refused;
+    EXPECT_EQ(1603u, Session().Call("TerminatePixelSharpApp"));
+    EXPECT_EQ(Lines{L"\"" + kTaskKill + L" /IM hpvstray.exe /F\""}, RefusedProcessStarts::CommandLines());
 }
 
 // Windows 7, as the prefix tells one program: no task is started, and the result is 1 all the same.

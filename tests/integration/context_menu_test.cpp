@@ -96,6 +96,21 @@ TEST_F(ContextMenuTest, EachActionWritesTheKeyAndRunsRegsvr32)
     });
 }
 
+LSTATUS WINAPI RefuseSet(HKEY, LPCWSTR, DWORD, DWORD, const BYTE*, DWORD)
+{
+    return ERROR_ACCESS_DENIED;
+}
+
+// A handler value that can't be written: 0, and nothing said after the start.
+TEST_F(ContextMenuTest, AHandlerValueRefusedGives0)
+{
+    ImportPatch refused(TesselDll(), "advapi32.dll", "RegSetValueExW", reinterpret_cast<void*>(&RefuseSet));
+    Given(L"")();
+    Session session({{L"INSTALLDIR", L""}}, {});
+    EXPECT_EQ(0u, session.Call("CreateHalyardContextMenu64"));
+    EXPECT_EQ(Lines{kBrio64Start}, session.Log());
+}
+
 // A library the shell holds loaded goes to the temporary folder at once and from there at the restart, with
 // the older build beside it. A second run finds it gone: no regsvr32, the failed move logged, still 1.
 TEST_F(ContextMenuTest, UnregisteringMovesALoadedLibraryAndQueuesItsDelete)

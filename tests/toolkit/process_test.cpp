@@ -66,22 +66,13 @@ TEST_F(ToolkitTest, LaunchersRunTheLineWaitOnlyWhenAskedAndSaySo)
               session.Log());
 }
 
-Lines g_created;
-BOOL WINAPI RecordCreateProcess(LPCWSTR, LPWSTR line, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL, DWORD, LPVOID,
-                                LPCWSTR, LPSTARTUPINFOW, LPPROCESS_INFORMATION)
-{
-    g_created.push_back(line);
-    return FALSE;
-}
-
 // The kills quote the whole line, switches included.
 TEST_F(ToolkitTest, KillsRunTheTaskKiller)
 {
-    ImportPatch recording(GetModuleHandleW(NULL), "kernel32.dll", "CreateProcessW",
-                          reinterpret_cast<void*>(RecordCreateProcess));
+    RefusedProcessStarts refused(GetModuleHandleW(NULL));
     EXPECT_TRUE(KillMarlinSettings() == 1603 && !KillProcessByImage(L"a.exe"));
     const std::wstring kill = L"\"C:\\windows\\system32\\TaskKill.exe /IM ";
-    EXPECT_EQ((Lines{kill + L"MarlinSettings.exe /F\"", kill + L"a.exe /F\""}), g_created);
+    EXPECT_EQ((Lines{kill + L"MarlinSettings.exe /F\"", kill + L"a.exe /F\""}), RefusedProcessStarts::CommandLines());
 }
 
 }  // namespace

@@ -27,10 +27,11 @@ TEST_F(RegistryTest, ValuesAreReadNativeViewFirstAndWrittenInBothViews)
     SetText(HKLM, kKey + L"I", L"Old", L"old", k32);
     SetText(HKLM, kKey + L"I", L"Both", L"old", k32);
     SetText(HKLM, kKey + L"I", L"Both", L"new", k64);
+    SetText(HKLM, kKey + L"I", L"Native", L"native", k64);
     SetText(HKLM, kKey + L"K", L"", L"default");
     // Whether it exists, what is read, and whether a handle stayed open.
     const wchar_t* reads[][2] = {{L"J\\V", L"1old"}, {L"I\\Old", L"1old"}, {L"I\\Both", L"1new"},
-                                 {L"I\\None", L"0"}, {L"K\\", L"1default"}};
+                                 {L"I\\None", L"0"}, {L"I\\Native", L"1native"}, {L"K\\", L"1default"}};
     for (const auto& read : reads) {
         registry_string value(kKey + read[0]);
         const bool exists = value.exists();
@@ -48,7 +49,7 @@ TEST_F(RegistryTest, ValuesAreReadNativeViewFirstAndWrittenInBothViews)
     // remove_value deletes in both views, and leaves a missing key made, empty.
     registry_value(kKey + L"I\\Both").remove_value();
     registry_value(kKey + L"Absent\\V").remove_value();
-    EXPECT_TRUE(ValueNamesOf(HKLM, kKey + L"I", k32) == Lines{L"Old"} && ValueNamesOf(HKLM, kKey + L"I").empty());
+    EXPECT_TRUE(ValueNamesOf(HKLM, kKey + L"I", k32) == Lines{L"Old"} && ValueNamesOf(HKLM, kKey + L"I") == Lines{L"Native"});
     EXPECT_TRUE(KeyExists(HKLM, kKey + L"Absent", k64) && KeyExists(HKLM, kKey + L"Absent", k32));
 }
 
