@@ -11,10 +11,11 @@ const std::wstring kClient = L"C:\\Program Files\\Orvel\\Gauge Client", kData = 
                    kClient32 = L"C:\\Program Files (x86)\\Orvel\\Gauge Client", kParked = TempFolder() + L"Gaugetemp",
                    kMoveFailed = L"Tessel_CA Failed to MoveFile UnInstallGauge() - ";
 const wchar_t kGauge[] = L"SOFTWARE\\Orvel\\Gauge", kEmber[] = L"Software\\Ember",
-              kLauncher[] = L"SYSTEM\\CurrentControlSet\\Services\\EmberLauncher";
+              kLauncher[] = L"SYSTEM\\CurrentControlSet\\Services\\EmberLauncher",
+              kPerfOS[] = L"SYSTEM\\CurrentControlSet\\Services\\PerfOS";
 
 struct ClientTest : ActionTest {
-    ClientTest() : ActionTest({{{HKLM, kEmber}, {HKLM, kGauge}, {HKCR, kGauge}, {HKCR, L"SYSTEM"}},
+    ClientTest() : ActionTest({{{HKLM, kEmber}, {HKLM, kGauge}, {HKCR, kGauge}, {HKLM, kPerfOS}},
                                {kClient, kClient32, kData, kParked, TempFolder() + L"Gaugex86"},
                                {L"EmberLauncher", L"GaugeL"}}) {}
 };
@@ -51,6 +52,7 @@ TEST_F(ClientTest, InstallsKeepTheIdentityAndRemovalsTakeTheRest)
         ClearArea({{}, {}, {L"GaugeL"}});
 
         Make({kData, kClient + L"\\"})();
+        CreateKey(HKLM, kPerfOS + std::wstring(L"\\Performance"));  // as every Windows has it
         CopyFileW((ProgramFolder() + L"test_service.exe").c_str(), (kClient + L"\\EmberLauncher.exe").c_str(), FALSE);
         EXPECT_EQ(Lines(3 - install, L"Tessel_CA CreateBrioContextMenu() - Successfully created GUID"),
                   LinesOf("PostInstallGauge"));
@@ -58,7 +60,7 @@ TEST_F(ClientTest, InstallsKeepTheIdentityAndRemovalsTakeTheRest)
         EXPECT_TRUE(identity == TextOf(HKLM, kEmber, L"GUID") && identity.size() == 36) << identity;
         EXPECT_EQ((Lines{L"Yes", L"0", L"\"" + kClient + L"\\EmberLauncher.exe\"", L"Orvel Ember Program Launcher"}),
                   (Lines{TextOf(HKCR, kGauge, L"DCSEnabled"),
-                         TextOf(HKCR, L"SYSTEM\\CurrentControlSet\\Services\\PerfOS\\Performance",
+                         TextOf(HKLM, kPerfOS + std::wstring(L"\\Performance"),
                                 L"Disable Performance Counters"),
                          TextOf(HKLM, kLauncher, L"ImagePath"), TextOf(HKLM, kLauncher, L"DisplayName")}));
         EXPECT_EQ((std::vector<DWORD>{0x110, 2, 1, SERVICE_RUNNING, 0}),
