@@ -1,6 +1,11 @@
 // The settings store reads the whole file once for each setting it saves, by
 // design. This prints LoadFile and SaveFile (1 % of the settings changed) for
-// growing files, so that the growth shows.
+// growing files, next to a floor: as many bare reads and decodes of the file
+// as the save has settings, with the platform calls alone.
+//
+// Each rewrite gives every line it keeps one CR more, so the file grows
+// steadily through the save. The floor therefore reads the file as the save
+// found it for one half of its reads and as the save left it for the other.
 #include "harness/harness.h"
 
 #include "config/config_store.h"
@@ -29,15 +34,49 @@ void WriteSettings(const std::wstring& path, int count)
     CloseHandle(file);
 }
 
+// One whole-file read and its decode from the ANSI code page, the least a
+// read of the store can cost. The buffers are kept from one read to the next.
+size_t BareRead(const std::wstring& path, std::string& bytes, std::wstring& text)
+{
+    HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, NULL, OPEN_EXISTING,
+                              FILE_ATTRIBUTE_NORMAL, NULL);
+    if (file == INVALID_HANDLE_VALUE)
+        return 0;
+    LARGE_INTEGER size;
+    GetFileSizeEx(file, &size);
+    bytes.resize(static_cast<size_t>(size.QuadPart));
+    DWORD read = 0;
+    ReadFile(file, &bytes[0], static_cast<DWORD>(bytes.size()), &read, NULL);
+    CloseHandle(file);
+    text.resize(read);
+    MultiByteToWideChar(CP_ACP, 0, bytes.data(), static_cast<int>(read), &text[0], static_cast<int>(read));
+    return read;
+}
+
+// `reads` bare reads, the first half of `before`, the rest of `after`.
+double Floor(const std::wstring& before, const std::wstring& after, int reads)
+{
+    std::string bytes;
+    std::wstring text;
+    LARGE_INTEGER start;
+    QueryPerformanceCounter(&start);
+    for (int i = 0; i < reads; ++i)
+        BareRead(i < reads / 2 ? before : after, bytes, text);
+    return Seconds(start);
+}
+
 }  // namespace
 
 int main()
 {
     CreateDirectoryW(harness::kScratchFolder, NULL);
-    std::wstring path = std::wstring(harness::kScratchFolder) + L"bench.cfg";
-    std::printf("%10s %12s %14s %18s\n", "settings", "LoadFile s", "SaveFile s", "SaveFile per set ms");
+    const std::wstring path = std::wstring(harness::kScratchFolder) + L"bench.cfg";
+    const std::wstring found = std::wstring(harness::kScratchFolder) + L"bench.cfg.before";
+    std::printf("%9s %10s %10s %11s %11s %10s %8s\n", "settings", "KB before", "KB after", "LoadFile s",
+                "SaveFile s", "floor s", "ratio");
     for (int count : {100, 1000, 10000}) {
         WriteSettings(path, count);
+        CopyFileW(path.c_str(), found.c_str(), FALSE);
         Config config;
         LARGE_INTEGER start;
         QueryPerformanceCounter(&start);
@@ -48,10 +87,18 @@ int main()
         QueryPerformanceCounter(&start);
         config.SaveFile(path);
         double save = Seconds(start);
-        std::printf("%10d %12.4f %14.3f %18.3f\n", count, load, save, 1000.0 * save / count);
+
+        std::string bytes;
+        std::wstring text;
+        double before = BareRead(found, bytes, text) / 1024.0;
+        double after = BareRead(path, bytes, text) / 1024.0;
+        double floor = Floor(found, path, count);
+        std::printf("%9d %10.0f %10.0f %11.4f %11.3f %10.3f %8.2f\n", count, before, after, load, save, floor,
+                    save / floor);
         std::fflush(stdout);
     }
     DeleteFileW(path.c_str());
+    DeleteFileW(found.c_str());
     RemoveDirectoryW(harness::kScratchFolder);
     return 0;
 }
