@@ -20,38 +20,27 @@ const char kCategory[] = "Configuration";
 const int kConfigSaveFailed = 165;
 
 // Whether a line's name, as the patchers see it, is `name`: the text ahead of
-// the first "=", or the whole line when it has none. Compared in place, since
-// every save reads the whole file once for each setting.
-// The line is text[start, end).
-bool LineNameIs(const std::wstring& text, size_t start, size_t end, const std::wstring& name)
+// the first "=", or the whole line when it has none. That is so when the line
+// starts with a `name` that holds no "=", followed by "=" or by nothing; every
+// line of the file is asked, so the rare test of `name` itself comes last.
+bool LineNameIs(std::wstring_view line, const std::wstring& name)
 {
-    size_t equals = text.find(L'=', start);
-    size_t length = (equals == std::wstring::npos || equals > end ? end : equals) - start;
-    return length == name.size() && text.compare(start, length, name) == 0;
+    size_t length = name.size();
+    return line.size() >= length && line.compare(0, length, name) == 0 &&
+           (line.size() == length || line[length] == L'=') && name.find(L'=') == std::wstring::npos;
 }
 
-bool LineNameIs(const std::wstring& line, const std::wstring& name)
-{
-    return LineNameIs(line, 0, line.size(), name);
-}
-
-// A line's value as the patchers see it, without its CR and LF.
-std::wstring LineValue(const std::wstring& line)
+// A line's value as the patchers see it, without its CR.
+std::wstring LineValue(std::wstring_view line)
 {
     size_t equals = line.find(L'=');
-    std::wstring value = equals == std::wstring::npos ? line : line.substr(equals + 1);
-    ReplaceAll(value, L"\r", L"");
-    ReplaceAll(value, L"\n", L"");
-    return value;
-}
-
-bool ReadLines(const std::wstring& path, StringList& lines)
-{
-    std::wstring text;
-    if (!LoadBuffer(path, text))
-        return false;
-    Tokenize(text, L"\n", lines);
-    return true;
+    std::wstring_view value = equals == std::wstring_view::npos ? line : line.substr(equals + 1);
+    std::wstring kept;
+    kept.reserve(value.size());
+    for (wchar_t c : value)
+        if (c != L'\r')
+            kept += c;
+    return kept;
 }
 
 // The file opened as a text stream that shares all access, by its narrow path.
@@ -80,9 +69,11 @@ bool ParseFile(const std::wstring& path, std::map<std::wstring, std::wstring>& s
     ReplaceAll(filePath, L"/", L"\\");
     NamedEventLock lock;
     try {
-        StringList lines;
-        if (!ReadLines(filePath, lines))
+        std::wstring text;
+        if (!LoadBuffer(filePath, text))
             return false;
+        StringList lines;
+        Tokenize(text, L"\n", lines);
         for (const std::wstring& line : lines) {
             size_t equals = line.find(L'=');
             if (equals == std::wstring::npos || line[0] == L'#')
@@ -108,56 +99,43 @@ bool ConfigBase::LoadFile(const std::wstring& path)
 size_t ConfigBase::ReadFileValue(const std::wstring& name, std::wstring& out, const std::wstring& path)
 {
     out.clear();
-    std::wstring text;
-    if (!LoadBuffer(path, text))
-        return 0;
-    // The lines as Tokenize would give them, visited in place.
-    for (size_t start = text.find_first_not_of(L'\n'); start != std::wstring::npos;
-         start = text.find_first_not_of(L'\n', start)) {
-        size_t end = text.find(L'\n', start);
-        if (end == std::wstring::npos)
-            end = text.size();
-        if (LineNameIs(text, start, end, name)) {
-            out = LineValue(text.substr(start, end - start));
-            break;
-        }
-        start = end;
-    }
+    ForEachLine(path, [&](std::wstring_view line) {
+        if (!LineNameIs(line, name))
+            return true;
+        out = LineValue(line);
+        return false;
+    });
     return out.size();
 }
 
 bool ConfigBase::WriteFileValue(const std::wstring& name, const std::wstring& value, const std::wstring& path)
 {
-    StringList lines;
-    if (!ReadLines(path, lines))
-        return false;
     StringList patched;
     bool replaced = false;
-    for (const std::wstring& line : lines) {
+    bool read = ForEachLine(path, [&](std::wstring_view line) {
         if (!replaced && LineNameIs(line, name)) {
             patched.push_back(name + L"=" + value);
             replaced = true;
         } else {
-            patched.push_back(line);
+            patched.emplace_back(line);
         }
-    }
-    return replaced && WriteFileLines(patched, path);
+        return true;
+    });
+    return read && replaced && WriteFileLines(patched, path);
 }
 
 bool ConfigBase::DeleteFileValue(const std::wstring& name, const std::wstring& path)
 {
-    StringList lines;
-    if (!ReadLines(path, lines))
-        return false;
     StringList kept;
     bool removed = false;
-    for (const std::wstring& line : lines) {
+    bool read = ForEachLine(path, [&](std::wstring_view line) {
         if (LineNameIs(line, name))
             removed = true;
         else
-            kept.push_back(line);
-    }
-    return removed && WriteFileLines(kept, path);
+            kept.emplace_back(line);
+        return true;
+    });
+    return read && removed && WriteFileLines(kept, path);
 }
 
 // Rewrites the file in place: no temporary file, no rename. A kept line still

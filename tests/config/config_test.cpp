@@ -6,6 +6,7 @@
 #include "config/config_store.h"
 #include "framework/kestra_logger.h"
 
+#include <algorithm>
 #include <sstream>
 
 using namespace harness;
@@ -102,6 +103,32 @@ TEST_F(ConfigStoreTest, LoadsAndSavesFilesAsTheFrameworkAlwaysHasAndRefusesARead
     const std::wstring text(reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / 2);
     EXPECT_EQ(0u, text.find(L"1|Configuration::[")) << text;
     EXPECT_NE(std::wstring::npos, text.find(L"] The directory >C:\\tessel\\scratch\\ro< is not writable\n")) << text;
+}
+
+// A file far larger than one read: a line that runs on over several reads, and a zero byte well inside the file,
+// after which the narrow text has ended, look the same to the loader and to the patchers.
+TEST_F(ConfigStoreTest, ReadsLongFilesAndLinesWhole)
+{
+    std::string lines, rewritten;
+    for (int i = 0; i < 3000; ++i) {
+        const std::string name = "f" + std::to_string(i);
+        lines += name + "=v\r\n";
+        rewritten += name + (i == 2999 ? "=w\r\n" : "=v\r\r\n");
+    }
+    const std::string longLine = "long=" + std::string(40000, 'x');
+    MakeFile(kPath, lines + longLine + "\r\ncut=ab" + std::string(1, '\0') + "cd\r\nafter=1\r\n");
+    Store store;
+    EXPECT_TRUE(store.LoadFile(kPath));
+    const std::wstring settings = store.Settings();
+    EXPECT_EQ(3002, std::count(settings.begin(), settings.end(), L'|'));
+    EXPECT_EQ(0u, settings.find(L"cut=ab|f0=v|"));
+    EXPECT_NE(std::wstring::npos, settings.find(L"|f999=v|long=" + std::wstring(40000, L'x') + L"|"));
+    std::wstring value;
+    EXPECT_EQ(std::make_tuple(40000u, 2u, 0u),
+              std::make_tuple(store.ReadFileValue(L"long", value, kPath), store.ReadFileValue(L"cut", value, kPath),
+                              store.ReadFileValue(L"after", value, kPath)));
+    EXPECT_TRUE(store.WriteFileValue(L"f2999", L"w", kPath));
+    EXPECT_EQ(rewritten + longLine + "\r\r\ncut=ab\r\n", ReadFileBytes(kPath));
 }
 
 // A getter records its default unless empty; a setter refuses an empty name. A
