@@ -6,6 +6,7 @@
 #include <cstring>
 #include <fstream>
 #include <locale>
+#include <memory>
 #include <sstream>
 #include <vector>
 
@@ -102,7 +103,8 @@ int EncodingOf(const char* bytes, size_t count)
 // ends at the first zero byte. The file is read to its end either way.
 void NarrowPieces(ReadOnlyFile& file, std::vector<char>& bytes, size_t available, const TextPieces& take)
 {
-    std::wstring piece;
+    std::unique_ptr<wchar_t[]> piece;  // left as it comes: only what is decoded into it is handed on
+    size_t pieceChars = 0;
     size_t looked = 0;  // bytes ahead of this hold no zero
     bool atEnd = available == 0;
     for (;;) {
@@ -114,12 +116,13 @@ void NarrowPieces(ReadOnlyFile& file, std::vector<char>& bytes, size_t available
             through = lineEnd == std::string_view::npos ? 0 : lineEnd + 1;
         }
         if (through > 0) {
-            // The piece only grows: what lies behind the decoded characters is never handed on.
-            if (piece.size() < through)
-                piece.resize(through);
-            int chars = MultiByteToWideChar(CP_ACP, 0, bytes.data(), static_cast<int>(through), &piece[0],
+            if (pieceChars < through) {
+                piece.reset(new wchar_t[through]);
+                pieceChars = through;
+            }
+            int chars = MultiByteToWideChar(CP_ACP, 0, bytes.data(), static_cast<int>(through), piece.get(),
                                             static_cast<int>(through));
-            if (!take(std::wstring_view(piece.data(), static_cast<size_t>(chars))))
+            if (!take(std::wstring_view(piece.get(), static_cast<size_t>(chars))))
                 break;
         }
         if (last)
@@ -199,7 +202,10 @@ bool ReadText(const std::wstring& path, const TextPieces& take)
         LARGE_INTEGER size;
         if (!file.IsOpen() || !GetFileSizeEx(file.Handle(), &size))
             return false;
-        std::vector<char> bytes(kBlockBytes);
+        // Room for a block behind the start of a line that waits for its end.
+        std::vector<char> bytes;
+        bytes.reserve(2 * kBlockBytes);
+        bytes.resize(kBlockBytes);
         size_t available = file.Read(bytes.data(), bytes.size());
         std::wstring text;
         switch (EncodingOf(bytes.data(), available)) {
