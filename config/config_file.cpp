@@ -11,6 +11,8 @@
 
 #include <share.h>
 
+#include <algorithm>
+
 #include <cstdio>
 #include <sstream>
 
@@ -49,15 +51,24 @@ FILE* OpenText(const std::wstring& path, const char* mode)
     return _fsopen(ToNarrowString(path).c_str(), mode, _SH_DENYNO);
 }
 
-// Writes one line and the text mode's line end, in the ANSI code page.
-void WriteLine(FILE* file, const std::wstring& line)
+// Adds one line in the ANSI code page, as a text stream's fputs would take it
+// (up to a first zero byte), and the LF that the stream writes as CR LF.
+void AddLine(std::string& text, const std::wstring& line)
 {
-    int length = WideCharToMultiByte(CP_ACP, 0, line.c_str(), static_cast<int>(line.size()), NULL, 0, NULL, NULL);
-    std::string narrow(static_cast<size_t>(length), '\0');
-    if (length > 0)
-        WideCharToMultiByte(CP_ACP, 0, line.c_str(), static_cast<int>(line.size()), &narrow[0], length, NULL, NULL);
-    fputs(narrow.c_str(), file);
-    fputs("\n", file);
+    // No ANSI code page takes more than three bytes for a UTF-16 unit.
+    const size_t start = text.size();
+    text.resize(start + 3 * line.size() + 1);
+    int length = WideCharToMultiByte(CP_ACP, 0, line.c_str(), static_cast<int>(line.size()), &text[start],
+                                     static_cast<int>(text.size() - start), NULL, NULL);
+    text.resize(std::min(text.find('\0', start), start + static_cast<size_t>(length)));
+    text += '\n';
+}
+
+// Writes the lines at once and flushes them: a flush for each line would be a
+// system call for each, and a rewrite writes every line of the file.
+void WriteLines(FILE* file, const std::string& text)
+{
+    fwrite(text.data(), 1, text.size(), file);
     fflush(file);
 }
 
@@ -145,9 +156,10 @@ bool ConfigBase::WriteFileLines(const StringList& lines, const std::wstring& pat
     FILE* file = OpenText(path, "w");
     if (file == NULL)
         return false;
+    std::string text;
     for (const std::wstring& line : lines)
-        WriteLine(file, line);
-    fflush(file);
+        AddLine(text, line);
+    WriteLines(file, text);
     fclose(file);
     return true;
 }
@@ -189,7 +201,9 @@ bool ConfigBase::SaveFile(const std::wstring& path)
             } else if (length == 0) {
                 FILE* file = OpenText(path, "a");
                 if (file != NULL) {
-                    WriteLine(file, setting.first + L"=" + setting.second);
+                    std::string line;
+                    AddLine(line, setting.first + L"=" + setting.second);
+                    WriteLines(file, line);
                     fclose(file);
                 }
             }
