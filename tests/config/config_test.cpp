@@ -63,6 +63,9 @@ TEST_F(ConfigStoreTest, LoadsAndSavesFilesAsTheFrameworkAlwaysHasAndRefusesARead
         {"a=1\na=2\nb=x\n", 0, L"a=2|b=x|", {{L"a", L"3"}}, "a=3\r\na=2\r\nb=x\r\n"},
         {"a=1\na=2\nb=x\n", 0, L"a=2|b=x|", {{L"a", L""}}, "b=x\r\n"},
         {"e=\r\n", 0, L"e=|", {}, "e=\r\ne=\r\ne=\r\n"},
+        // A value's LF goes out as CR LF, and a zero ends what is written of it.
+        {"a=1\r\n", 0, L"a=1|", {{L"n", L"x\ny"}, {L"z", std::wstring(L"v\0w", 3)}},
+         "a=1\r\r\r\nn=x\r\r\ny\r\r\ny\r\r\r\nz=v\r\n"},
     };
     for (size_t i = 0; i < sizeof(files) / sizeof(files[0]); ++i) {
         SCOPED_TRACE("file " + std::to_string(i));
