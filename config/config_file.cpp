@@ -12,7 +12,6 @@
 #include <share.h>
 
 #include <algorithm>
-
 #include <cstdio>
 #include <sstream>
 
@@ -22,9 +21,9 @@ const char kCategory[] = "Configuration";
 const int kConfigSaveFailed = 165;
 
 // Whether a line's name, as the patchers see it, is `name`: the text ahead of
-// the first "=", or the whole line when it has none. That is so when the line
-// starts with a `name` that holds no "=", followed by "=" or by nothing; every
-// line of the file is asked, so the rare test of `name` itself comes last.
+// the first "=", or the whole line when it has none. So the line starts with
+// `name` and goes on with "=" or not at all, and `name` holds no "=". Every
+// line of the file is asked: the test of `name` alone, rarely reached, is last.
 bool LineNameIs(std::wstring_view line, const std::wstring& name)
 {
     size_t length = name.size();

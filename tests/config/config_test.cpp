@@ -63,6 +63,8 @@ TEST_F(ConfigStoreTest, LoadsAndSavesFilesAsTheFrameworkAlwaysHasAndRefusesARead
         {"a=1\na=2\nb=x\n", 0, L"a=2|b=x|", {{L"a", L"3"}}, "a=3\r\na=2\r\nb=x\r\n"},
         {"a=1\na=2\nb=x\n", 0, L"a=2|b=x|", {{L"a", L""}}, "b=x\r\n"},
         {"e=\r\n", 0, L"e=|", {}, "e=\r\ne=\r\ne=\r\n"},
+        // A name that holds "=" never names a line: it is appended at each save.
+        {"a=b=c\r\n", 0, L"a=b=c|", {{L"a=b", L"d"}}, "a=b=c\r\na=b=d\r\na=b=d\r\n"},
         // A value's LF goes out as CR LF, and a zero ends what is written of it.
         {"a=1\r\n", 0, L"a=1|", {{L"n", L"x\ny"}, {L"z", std::wstring(L"v\0w", 3)}},
          "a=1\r\r\r\nn=x\r\r\ny\r\r\ny\r\r\r\nz=v\r\n"},
