@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <exception>
 #include <fstream>
 #include <locale>
 #include <memory>
@@ -255,17 +256,28 @@ bool LoadBuffer(const std::wstring& path, std::wstring& text)
 
 bool ForEachLine(const std::wstring& path, const std::function<bool(std::wstring_view)>& visit)
 {
-    // A piece ends behind an LF or at the text's end: no line runs on into the next piece.
-    return ReadText(path, [&visit](std::wstring_view piece) {
-        for (size_t start = piece.find_first_not_of(L'\n'); start != std::wstring_view::npos;
-             start = piece.find_first_not_of(L'\n', start)) {
-            size_t end = FindUnit(piece.data() + start, piece.data() + piece.size(), L'\n') - piece.data();
-            if (!visit(piece.substr(start, end - start)))
-                return false;
-            start = end;
+    // An exception of the walk is the caller's, not a failed read: it ends the
+    // walk and passes up once the file is closed.
+    std::exception_ptr failed;
+    bool read = ReadText(path, [&visit, &failed](std::wstring_view piece) {
+        try {
+            // A piece ends behind an LF or at the text's end: no line runs on into the next piece.
+            for (size_t start = piece.find_first_not_of(L'\n'); start != std::wstring_view::npos;
+                 start = piece.find_first_not_of(L'\n', start)) {
+                size_t end = FindUnit(piece.data() + start, piece.data() + piece.size(), L'\n') - piece.data();
+                if (!visit(piece.substr(start, end - start)))
+                    return false;
+                start = end;
+            }
+            return true;
+        } catch (...) {
+            failed = std::current_exception();
+            return false;
         }
-        return true;
     });
+    if (failed)
+        std::rethrow_exception(failed);
+    return read;
 }
 
 void Tokenize(const std::wstring& text, const std::wstring& delimiters, StringList& items)

@@ -134,6 +134,9 @@ TEST_F(ConfigStoreTest, ReadsLongFilesAndLinesWhole)
                               store.ReadFileValue(L"after", value, kPath)));
     EXPECT_TRUE(store.WriteFileValue(L"f2999", L"w", kPath));
     EXPECT_EQ(rewritten + longLine + "\r\r\ncut=ab\r\n", ReadFileBytes(kPath));
+    // An exception of the walk is no failed read: it passes up, with the file closed behind it.
+    EXPECT_THROW(ForEachLine(kPath, [](std::wstring_view) -> bool { throw 7; }), int);
+    EXPECT_TRUE(DeleteFileW(kPath.c_str()));
 }
 
 // A getter records its default unless empty; a setter refuses an empty name. A
