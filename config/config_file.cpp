@@ -11,6 +11,7 @@
 
 #include <share.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <sstream>
 
@@ -20,38 +21,27 @@ const char kCategory[] = "Configuration";
 const int kConfigSaveFailed = 165;
 
 // Whether a line's name, as the patchers see it, is `name`: the text ahead of
-// the first "=", or the whole line when it has none. Compared in place, since
-// every save reads the whole file once for each setting.
-// The line is text[start, end).
-bool LineNameIs(const std::wstring& text, size_t start, size_t end, const std::wstring& name)
+// the first "=", or the whole line when it has none. So the line starts with
+// `name` and goes on with "=" or not at all, and `name` holds no "=". Every
+// line of the file is asked: the test of `name` alone, rarely reached, is last.
+bool LineNameIs(std::wstring_view line, const std::wstring& name)
 {
-    size_t equals = text.find(L'=', start);
-    size_t length = (equals == std::wstring::npos || equals > end ? end : equals) - start;
-    return length == name.size() && text.compare(start, length, name) == 0;
+    size_t length = name.size();
+    return line.size() >= length && line.compare(0, length, name) == 0 &&
+           (line.size() == length || line[length] == L'=') && name.find(L'=') == std::wstring::npos;
 }
 
-bool LineNameIs(const std::wstring& line, const std::wstring& name)
-{
-    return LineNameIs(line, 0, line.size(), name);
-}
-
-// A line's value as the patchers see it, without its CR and LF.
-std::wstring LineValue(const std::wstring& line)
+// A line's value as the patchers see it, without its CR.
+std::wstring LineValue(std::wstring_view line)
 {
     size_t equals = line.find(L'=');
-    std::wstring value = equals == std::wstring::npos ? line : line.substr(equals + 1);
-    ReplaceAll(value, L"\r", L"");
-    ReplaceAll(value, L"\n", L"");
-    return value;
-}
-
-bool ReadLines(const std::wstring& path, StringList& lines)
-{
-    std::wstring text;
-    if (!LoadBuffer(path, text))
-        return false;
-    Tokenize(text, L"\n", lines);
-    return true;
+    std::wstring_view value = equals == std::wstring_view::npos ? line : line.substr(equals + 1);
+    std::wstring kept;
+    kept.reserve(value.size());
+    for (wchar_t c : value)
+        if (c != L'\r')
+            kept += c;
+    return kept;
 }
 
 // The file opened as a text stream that shares all access, by its narrow path.
@@ -60,15 +50,24 @@ FILE* OpenText(const std::wstring& path, const char* mode)
     return _fsopen(ToNarrowString(path).c_str(), mode, _SH_DENYNO);
 }
 
-// Writes one line and the text mode's line end, in the ANSI code page.
-void WriteLine(FILE* file, const std::wstring& line)
+// Adds one line in the ANSI code page, as a text stream's fputs would take it
+// (up to a first zero byte), and the LF that the stream writes as CR LF.
+void AddLine(std::string& text, const std::wstring& line)
 {
-    int length = WideCharToMultiByte(CP_ACP, 0, line.c_str(), static_cast<int>(line.size()), NULL, 0, NULL, NULL);
-    std::string narrow(static_cast<size_t>(length), '\0');
-    if (length > 0)
-        WideCharToMultiByte(CP_ACP, 0, line.c_str(), static_cast<int>(line.size()), &narrow[0], length, NULL, NULL);
-    fputs(narrow.c_str(), file);
-    fputs("\n", file);
+    // No ANSI code page takes more than three bytes for a UTF-16 unit.
+    const size_t start = text.size();
+    text.resize(start + 3 * line.size() + 1);
+    int length = WideCharToMultiByte(CP_ACP, 0, line.c_str(), static_cast<int>(line.size()), &text[start],
+                                     static_cast<int>(text.size() - start), NULL, NULL);
+    text.resize(std::min(text.find('\0', start), start + static_cast<size_t>(length)));
+    text += '\n';
+}
+
+// Writes the lines at once and flushes them: a flush for each line would be a
+// system call for each, and a rewrite writes every line of the file.
+void WriteLines(FILE* file, const std::string& text)
+{
+    fwrite(text.data(), 1, text.size(), file);
     fflush(file);
 }
 
@@ -80,9 +79,11 @@ bool ParseFile(const std::wstring& path, std::map<std::wstring, std::wstring>& s
     ReplaceAll(filePath, L"/", L"\\");
     NamedEventLock lock;
     try {
-        StringList lines;
-        if (!ReadLines(filePath, lines))
+        std::wstring text;
+        if (!LoadBuffer(filePath, text))
             return false;
+        StringList lines;
+        Tokenize(text, L"\n", lines);
         for (const std::wstring& line : lines) {
             size_t equals = line.find(L'=');
             if (equals == std::wstring::npos || line[0] == L'#')
@@ -108,56 +109,43 @@ bool ConfigBase::LoadFile(const std::wstring& path)
 size_t ConfigBase::ReadFileValue(const std::wstring& name, std::wstring& out, const std::wstring& path)
 {
     out.clear();
-    std::wstring text;
-    if (!LoadBuffer(path, text))
-        return 0;
-    // The lines as Tokenize would give them, visited in place.
-    for (size_t start = text.find_first_not_of(L'\n'); start != std::wstring::npos;
-         start = text.find_first_not_of(L'\n', start)) {
-        size_t end = text.find(L'\n', start);
-        if (end == std::wstring::npos)
-            end = text.size();
-        if (LineNameIs(text, start, end, name)) {
-            out = LineValue(text.substr(start, end - start));
-            break;
-        }
-        start = end;
-    }
+    ForEachLine(path, [&](std::wstring_view line) {
+        if (!LineNameIs(line, name))
+            return true;
+        out = LineValue(line);
+        return false;
+    });
     return out.size();
 }
 
 bool ConfigBase::WriteFileValue(const std::wstring& name, const std::wstring& value, const std::wstring& path)
 {
-    StringList lines;
-    if (!ReadLines(path, lines))
-        return false;
     StringList patched;
     bool replaced = false;
-    for (const std::wstring& line : lines) {
+    bool read = ForEachLine(path, [&](std::wstring_view line) {
         if (!replaced && LineNameIs(line, name)) {
             patched.push_back(name + L"=" + value);
             replaced = true;
         } else {
-            patched.push_back(line);
+            patched.emplace_back(line);
         }
-    }
-    return replaced && WriteFileLines(patched, path);
+        return true;
+    });
+    return read && replaced && WriteFileLines(patched, path);
 }
 
 bool ConfigBase::DeleteFileValue(const std::wstring& name, const std::wstring& path)
 {
-    StringList lines;
-    if (!ReadLines(path, lines))
-        return false;
     StringList kept;
     bool removed = false;
-    for (const std::wstring& line : lines) {
+    bool read = ForEachLine(path, [&](std::wstring_view line) {
         if (LineNameIs(line, name))
             removed = true;
         else
-            kept.push_back(line);
-    }
-    return removed && WriteFileLines(kept, path);
+            kept.emplace_back(line);
+        return true;
+    });
+    return read && removed && WriteFileLines(kept, path);
 }
 
 // Rewrites the file in place: no temporary file, no rename. A kept line still
@@ -167,9 +155,10 @@ bool ConfigBase::WriteFileLines(const StringList& lines, const std::wstring& pat
     FILE* file = OpenText(path, "w");
     if (file == NULL)
         return false;
+    std::string text;
     for (const std::wstring& line : lines)
-        WriteLine(file, line);
-    fflush(file);
+        AddLine(text, line);
+    WriteLines(file, text);
     fclose(file);
     return true;
 }
@@ -211,7 +200,9 @@ bool ConfigBase::SaveFile(const std::wstring& path)
             } else if (length == 0) {
                 FILE* file = OpenText(path, "a");
                 if (file != NULL) {
-                    WriteLine(file, setting.first + L"=" + setting.second);
+                    std::string line;
+                    AddLine(line, setting.first + L"=" + setting.second);
+                    WriteLines(file, line);
                     fclose(file);
                 }
             }

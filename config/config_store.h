@@ -7,10 +7,12 @@
 
 #include <windows.h>
 
+#include <functional>
 #include <istream>
 #include <list>
 #include <map>
 #include <string>
+#include <string_view>
 
 typedef std::list<std::wstring> StringList;
 
@@ -105,5 +107,9 @@ void ReleaseConfig();
 bool ParseFile(const std::wstring& path, std::map<std::wstring, std::wstring>& settings);
 int DetectEncoding(const std::wstring& path);
 bool LoadBuffer(const std::wstring& path, std::wstring& text);
+// The lines of LoadBuffer's text as Tokenize by LF would give them, handed to
+// `visit` in order without a copy, until it returns false. The whole file is
+// read either way. False when LoadBuffer would be.
+bool ForEachLine(const std::wstring& path, const std::function<bool(std::wstring_view)>& visit);
 void Tokenize(const std::wstring& text, const std::wstring& delimiters, StringList& items);
 void ReplaceAll(std::wstring& text, const wchar_t* from, const wchar_t* to);
