@@ -11,7 +11,6 @@
 
 #include <share.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <sstream>
 
@@ -50,24 +49,15 @@ FILE* OpenText(const std::wstring& path, const char* mode)
     return _fsopen(ToNarrowString(path).c_str(), mode, _SH_DENYNO);
 }
 
-// Adds one line in the ANSI code page, as a text stream's fputs would take it
-// (up to a first zero byte), and the LF that the stream writes as CR LF.
-void AddLine(std::string& text, const std::wstring& line)
+// Writes one line and the text mode's line end, in the ANSI code page.
+void WriteLine(FILE* file, const std::wstring& line)
 {
-    // No ANSI code page takes more than three bytes for a UTF-16 unit.
-    const size_t start = text.size();
-    text.resize(start + 3 * line.size() + 1);
-    int length = WideCharToMultiByte(CP_ACP, 0, line.c_str(), static_cast<int>(line.size()), &text[start],
-                                     static_cast<int>(text.size() - start), NULL, NULL);
-    text.resize(std::min(text.find('\0', start), start + static_cast<size_t>(length)));
-    text += '\n';
-}
-
-// Writes the lines at once and flushes them: a flush for each line would be a
-// system call for each, and a rewrite writes every line of the file.
-void WriteLines(FILE* file, const std::string& text)
-{
-    fwrite(text.data(), 1, text.size(), file);
+    int length = WideCharToMultiByte(CP_ACP, 0, line.c_str(), static_cast<int>(line.size()), NULL, 0, NULL, NULL);
+    std::string narrow(static_cast<size_t>(length), '\0');
+    if (length > 0)
+        WideCharToMultiByte(CP_ACP, 0, line.c_str(), static_cast<int>(line.size()), &narrow[0], length, NULL, NULL);
+    fputs(narrow.c_str(), file);
+    fputs("\n", file);
     fflush(file);
 }
 
@@ -155,10 +145,9 @@ bool ConfigBase::WriteFileLines(const StringList& lines, const std::wstring& pat
     FILE* file = OpenText(path, "w");
     if (file == NULL)
         return false;
-    std::string text;
     for (const std::wstring& line : lines)
-        AddLine(text, line);
-    WriteLines(file, text);
+        WriteLine(file, line);
+    fflush(file);
     fclose(file);
     return true;
 }
@@ -200,9 +189,7 @@ bool ConfigBase::SaveFile(const std::wstring& path)
             } else if (length == 0) {
                 FILE* file = OpenText(path, "a");
                 if (file != NULL) {
-                    std::string line;
-                    AddLine(line, setting.first + L"=" + setting.second);
-                    WriteLines(file, line);
+                    WriteLine(file, setting.first + L"=" + setting.second);
                     fclose(file);
                 }
             }
