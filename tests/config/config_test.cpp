@@ -6,6 +6,7 @@
 #include "config/config_store.h"
 #include "framework/kestra_logger.h"
 
+#include <algorithm>
 #include <sstream>
 
 using namespace harness;
@@ -62,6 +63,11 @@ TEST_F(ConfigStoreTest, LoadsAndSavesFilesAsTheFrameworkAlwaysHasAndRefusesARead
         {"a=1\na=2\nb=x\n", 0, L"a=2|b=x|", {{L"a", L"3"}}, "a=3\r\na=2\r\nb=x\r\n"},
         {"a=1\na=2\nb=x\n", 0, L"a=2|b=x|", {{L"a", L""}}, "b=x\r\n"},
         {"e=\r\n", 0, L"e=|", {}, "e=\r\ne=\r\ne=\r\n"},
+        // A name that holds "=" never names a line: it is appended at each save.
+        {"a=b=c\r\n", 0, L"a=b=c|", {{L"a=b", L"d"}}, "a=b=c\r\na=b=d\r\na=b=d\r\n"},
+        // A value's LF goes out as CR LF, and a zero ends what is written of it.
+        {"a=1\r\n", 0, L"a=1|", {{L"n", L"x\ny"}, {L"z", std::wstring(L"v\0w", 3)}},
+         "a=1\r\r\r\nn=x\r\r\ny\r\r\ny\r\r\r\nz=v\r\n"},
     };
     for (size_t i = 0; i < sizeof(files) / sizeof(files[0]); ++i) {
         SCOPED_TRACE("file " + std::to_string(i));
@@ -102,6 +108,35 @@ TEST_F(ConfigStoreTest, LoadsAndSavesFilesAsTheFrameworkAlwaysHasAndRefusesARead
     const std::wstring text(reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / 2);
     EXPECT_EQ(0u, text.find(L"1|Configuration::[")) << text;
     EXPECT_NE(std::wstring::npos, text.find(L"] The directory >C:\\tessel\\scratch\\ro< is not writable\n")) << text;
+}
+
+// A file far larger than one read: a line that runs on over several reads, and a zero byte well inside the file,
+// after which the narrow text has ended, look the same to the loader and to the patchers.
+TEST_F(ConfigStoreTest, ReadsLongFilesAndLinesWhole)
+{
+    std::string lines, rewritten;
+    for (int i = 0; i < 3000; ++i) {
+        const std::string name = "f" + std::to_string(i);
+        lines += name + "=v\r\n";
+        rewritten += name + (i == 2999 ? "=w\r\n" : "=v\r\r\n");
+    }
+    const std::string longLine = "long=" + std::string(40000, 'x');
+    MakeFile(kPath, lines + longLine + "\r\ncut=ab" + std::string(1, '\0') + "cd\r\nafter=1\r\n");
+    Store store;
+    EXPECT_TRUE(store.LoadFile(kPath));
+    const std::wstring settings = store.Settings();
+    EXPECT_EQ(3002, std::count(settings.begin(), settings.end(), L'|'));
+    EXPECT_EQ(0u, settings.find(L"cut=ab|f0=v|"));
+    EXPECT_NE(std::wstring::npos, settings.find(L"|f999=v|long=" + std::wstring(40000, L'x') + L"|"));
+    std::wstring value;
+    EXPECT_EQ(std::make_tuple(40000u, 2u, 0u),
+              std::make_tuple(store.ReadFileValue(L"long", value, kPath), store.ReadFileValue(L"cut", value, kPath),
+                              store.ReadFileValue(L"after", value, kPath)));
+    EXPECT_TRUE(store.WriteFileValue(L"f2999", L"w", kPath));
+    EXPECT_EQ(rewritten + longLine + "\r\r\ncut=ab\r\n", ReadFileBytes(kPath));
+    // An exception of the walk is no failed read: it passes up, with the file closed behind it.
+    EXPECT_THROW(ForEachLine(kPath, [](std::wstring_view) -> bool { throw 7; }), int);
+    EXPECT_TRUE(DeleteFileW(kPath.c_str()));
 }
 
 // A getter records its default unless empty; a setter refuses an empty name. A
