@@ -46,7 +46,14 @@ TEST_F(ClientTest, InstallsKeepTheIdentityAndRemovalsTakeTheRest)
         InstallTestService(L"GaugeL", L"stop=600000 hint=2999", true);
         {
             FakeClock clock;
+            RefusedProcessStarts refused;
             EXPECT_EQ(Lines(), LinesOf("PreInstallGauge"));
+            // Both clients' programs, the updater again once its service has gone, the launcher last.
+            Lines kills;
+            for (const wchar_t* image : {L"OrvelGaugeM", L"OrvelGaugeDU", L"OrvelGaugeUF", L"OrvelGaugeUF", L"EmberMaster",
+                                         L"EmberUF", L"EmberDU", L"EmberAC", L"EmberUC", L"EmberLauncher"})
+                kills.push_back(L"\"C:\\windows\\system32\\TaskKill.exe /IM " + std::wstring(image) + L".exe /F\"");
+            EXPECT_EQ(kills, RefusedProcessStarts::CommandLines());
             EXPECT_TRUE(clock.Elapsed() > 30000 && ServiceState(L"EmberLauncher") == 0 && !Exists(kClient));
         }
         ClearArea({{}, {}, {L"GaugeL"}});
