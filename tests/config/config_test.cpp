@@ -4,6 +4,7 @@
 #include "harness/harness.h"
 
 #include "config/config_store.h"
+#include "framework/error_handler.h"
 #include "framework/kestra_logger.h"
 
 #include <algorithm>
@@ -108,6 +109,17 @@ TEST_F(ConfigStoreTest, LoadsAndSavesFilesAsTheFrameworkAlwaysHasAndRefusesARead
     const std::wstring text(reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / 2);
     EXPECT_EQ(0u, text.find(L"1|Configuration::[")) << text;
     EXPECT_NE(std::wstring::npos, text.find(L"] The directory >C:\\tessel\\scratch\\ro< is not writable\n")) << text;
+
+    // A setting whose line can't be rewritten (the file held against writers): error 165, and the save goes on.
+    MakeFile(kPath, "a=1\r\n");
+    HANDLE held = CreateFileW(kPath.c_str(), GENERIC_READ, FILE_SHARE_READ, NULL, OPEN_EXISTING, 0, NULL);
+    ErrorHandler::GetInstance()->SetLastErrorCode(0);
+    Store blocked;
+    blocked.SetString(L"a", L"2", 0);
+    EXPECT_TRUE(blocked.SaveFile(kPath));
+    CloseHandle(held);
+    EXPECT_EQ(165, ErrorHandler::GetInstance()->GetLastErrorCode());
+    EXPECT_EQ("a=1\r\n", ReadFileBytes(kPath));
 }
 
 // A file far larger than one read: a line that runs on over several reads, and a zero byte well inside the file,
