@@ -114,6 +114,7 @@ TEST_F(ProfilerTest, DriversFoldersAndHelp)
          Exactly({}), Present({}, kDriverFiles)},
         {"drivers copied", "CopyTracewellDrivers64", {}, folder(kFolder + L"bin\\Drivers64\\twaux.sys"), 1,
          Exactly({}), Present({kDrivers + L"twaux.sys"})},
+        {"no driver folder", "CopyTracewellDrivers64", {}, folder(kFolder + L"bin\\x.dll"), 0, Exactly({}), nullptr},
         {"service keys", "RemoveTracewellDriverSettings", {},
          [] { for (const std::wstring& service : kServiceNames) CreateKey(HKEY_LOCAL_MACHINE, kServices + service); },
          1, Exactly({L"TESSEL_CA: SearchTracewellDriverRegKey  \n"}), [](Session&) {

@@ -16,6 +16,7 @@ const std::wstring kServerKey = L"CLSID\\"s + kClassId + L"\\InprocServer32";
 const std::wstring kBrio64Library = kSuite + L"\\Kestra.Lumen\\Core-Static\\kestramenu64.dll";
 const std::wstring kBrioLibrary = kSuite + L"\\Kestra.Lumen\\Core-Static\\kestramenuxx.dll";
 const std::wstring kHalyardLibrary = kSuite + L"\\Halyard\\Halyard\\kestramenuxx.dll";
+const std::wstring kHalyard64Library = kSuite + L"\\Halyard\\Halyard\\kestramenu64.dll";
 
 const wchar_t kBrio64Start[] = L"Tessel_CA CreateBrioContextMenu64() start";
 const wchar_t kBrio64Created[] = L"Tessel_CA CreateBrioContextMenu64() - Successfully created GUID";
@@ -73,6 +74,8 @@ TEST_F(ContextMenuTest, EachActionWritesTheKeyAndRunsRegsvr32)
         {"Halyard, value overwritten", "CreateHalyardContextMenu", {{L"INSTALLDIR", kSuite}},
          Given(L"other", kHalyardLibrary), 1, Exactly({kBrioStart, kBrio64Created}),
          Left(kClassId, {Regsvr32(kHalyardLibrary)})},
+        {"Halyard 64", "CreateHalyardContextMenu64", {{L"INSTALLDIR", kSuite}}, Given(L"", kHalyard64Library), 1,
+         Exactly({kBrio64Start, kBrio64Created}), Left(kClassId, {Regsvr32(kHalyard64Library)})},
         {"Halyard 64 from Location", "CreateHalyardContextMenu64", none,
          [=] {
              Given(L"", atLocation)();

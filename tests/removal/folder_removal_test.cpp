@@ -189,6 +189,7 @@ TEST_F(FolderRemovalTest, DeleteHalyardFolderTakesTheFolderAndAnEmptiedParent)
         };
     };
     RunCases({
+        {"no location", "DeleteHalyardFolder", {}, nullptr, 0, Exactly({}), nullptr},
         // A folder already gone answers with the location's type.
         {"gone, expandable", "DeleteHalyardFolder", {}, located(REG_EXPAND_SZ, halyard, {}), 2, Exactly({}), nullptr},
         {"with its parent", "DeleteHalyardFolder", {}, located(REG_SZ, halyard, {halyard + L"\\Profiles\\user.xml"}), 0,

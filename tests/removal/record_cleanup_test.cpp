@@ -188,17 +188,6 @@ TEST_F(RecordCleanupTest, DisableRepairForFerruleWritesNoRepairWhenTheSettingsSa
     });
 }
 
-// In a host of its own, as the installer runs actions: what escapes the action reaches the host's
-// unhandled-exception filter (the DLL's crash reporter, whose report goes again) as Windows' C++
-// exception, and the process ends with its code.
-TEST_F(RecordCleanupTest, DisableRepairForFerruleLetsAnExceptionEscapeWithoutPackagesInOriginalDB)
-{
-    SetText(HKLM, kManager, L"OriginalDB", L"C:\\tessel\\scratch\\InstallManager\\Suite.msi");
-    EXPECT_EQ(0xE06D7363u, RunToExit(ProgramFolder() + L"action_host.exe DisableRepairForFerrule "
-                                                       L"CustomActionData=" TESSEL_TEST_PRODUCT_1, 30000));
-    DeleteFileW((ProgramFolder() + L"action_host.RPT").c_str());
-}
-
 TEST_F(RecordCleanupTest, ClearInstallRegValuesEmptiesTheRootInBothViews)
 {
     for (const std::wstring& root : {kInstall, kInstall32}) {
