@@ -56,6 +56,7 @@ TEST_F(ConfigStoreTest, LoadsAndSavesFilesAsTheFrameworkAlwaysHasAndRefusesARead
         {"\xEF\xBB\xBFk=v\r\n", 0, L"\x00EF\x00BB\x00BFk=v|"},  // the UTF-8 mark is never recognised
         {std::string("\xFE\xEF\0\0k\0=\0v\0", 10), 6, L"k=v|"},
         {std::string("\0\0\xFF\xFEk\0=\0v\0", 10), 7, L"k=v|"},
+        {"\xFE\xEF", 6, L""},  // the bytes a short file lacks count as zeros
         {std::string("\xFE\xFFk\0=\0v\0", 8), 4, L"k=v|"},  // a big-endian mark is skipped, nothing swapped
         {"", 0, L"<not loaded>", {{L"b", L"2"}, {L"a", L"1"}}, "a=1\r\nb=2\r\n"},
         {"# comment\r\n[Unknown]\r\na=1\r\nb=2\r\nc=3\r\n", 0, L"a=1|b=2|c=3|",
@@ -103,13 +104,6 @@ TEST_F(ConfigStoreTest, LoadsAndSavesFilesAsTheFrameworkAlwaysHasAndRefusesARead
     CopyFileW((ProgramFolder() + L"kestra_log_standin.dll").c_str(), library.c_str(), FALSE);
     store.SetString(L"a", L"1", 0);
     EXPECT_FALSE(store.SaveFile(kScratch + L"ro\\InstallManager.cfg"));
-    KestraLogger::GetInstance().Unload();
-    DeleteFileW(library.c_str());
-    const std::string bytes = ReadFileBytes(kScratch + L"kestraLog.lines");
-    const std::wstring text(reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / 2);
-    EXPECT_EQ(0u, text.find(L"1|Configuration::[")) << text;
-    EXPECT_NE(std::wstring::npos, text.find(L"] The directory >C:\\tessel\\scratch\\ro< is not writable\n")) << text;
-
     // A setting whose line can't be rewritten (the file held against writers): error 165, and the save goes on.
     MakeFile(kPath, "a=1\r\n");
     HANDLE held = CreateFileW(kPath.c_str(), GENERIC_READ, FILE_SHARE_READ, NULL, OPEN_EXISTING, 0, NULL);
@@ -120,6 +114,21 @@ TEST_F(ConfigStoreTest, LoadsAndSavesFilesAsTheFrameworkAlwaysHasAndRefusesARead
     CloseHandle(held);
     EXPECT_EQ(165, ErrorHandler::GetInstance()->GetLastErrorCode());
     EXPECT_EQ("a=1\r\n", ReadFileBytes(kPath));
+    MakeFile(kPath, "");
+    EXPECT_FALSE(blocked.MergeFile(kPath));
+    KestraLogger::GetInstance().Unload();
+    DeleteFileW(library.c_str());
+    const std::string bytes = ReadFileBytes(kScratch + L"kestraLog.lines");
+    const std::wstring text(reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / 2);
+    EXPECT_EQ(0u, text.find(L"1|Configuration::[")) << text;
+    EXPECT_NE(std::wstring::npos, text.find(L"] The directory >C:\\tessel\\scratch\\ro< is not writable\n")) << text;
+    // Later records each follow the one before, at level 1 with their time.
+    for (const std::wstring& line : {std::wstring(L"Failed to save the setting a vaule=2\n"),
+                                     L"Failed to load the configuration file >" + kPath + L"<\n"}) {
+        const size_t at = text.find(L"] " + line);
+        EXPECT_TRUE(at != std::wstring::npos && text.rfind(L"\r\n1|Configuration::[", at) == text.rfind(L"\r\n", at))
+            << text;
+    }
 }
 
 // A file far larger than one read: a line that runs on over several reads, and a zero byte well inside the file,

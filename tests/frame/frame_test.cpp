@@ -63,6 +63,7 @@ TEST(StringHelpersDeathTest, BoundedCopyTakes518CharactersAndEndsTheProcessAt519
 {
     wchar_t buffer[kCommandLineChars + 1];
     EXPECT_EQ(Repeat(L'z', 518), BoundedCopy(buffer, kCommandLineChars, Repeat(L'z', 518).c_str(), kCommandLineChars));
+    BoundedFormat(buffer, kCommandLineChars, L"%s", L"");  // nothing written is no overrun
     EXPECT_EXIT(BoundedCopy(buffer, kCommandLineChars, Repeat(L'z', 519).c_str(), kCommandLineChars),
                 ::testing::ExitedWithCode(static_cast<int>(STATUS_STACK_BUFFER_OVERRUN)), "");
 }
