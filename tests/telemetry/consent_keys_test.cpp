@@ -25,7 +25,12 @@ std::function<void()> Consent(const std::wstring& text)
 
 std::function<void(Session&)> ConsentIs(const std::wstring& text)
 {
-    return [=](Session&) { EXPECT_EQ(text, TextOf(HKLM, kAnalytics, L"AnalyticsAccepted")); };
+    return [=](Session&) {
+        DWORD bytes = 0;  // the text and its terminator, no more
+        RegGetValueW(HKLM, kAnalytics, L"AnalyticsAccepted", RRF_RT_ANY | RRF_NOEXPAND, NULL, NULL, &bytes);
+        EXPECT_EQ(text + L"|" + std::to_wstring((text.size() + 1) * 2),
+                  TextOf(HKLM, kAnalytics, L"AnalyticsAccepted") + L"|" + std::to_wstring(bytes));
+    };
 }
 
 std::function<void()> Capture(DWORD enabled)
