@@ -160,6 +160,9 @@ TEST_F(ConfigStoreTest, ReadsLongFilesAndLinesWhole)
     EXPECT_TRUE(DeleteFileW(kPath.c_str()));
 }
 
+Lines g_debugTexts;
+void WINAPI Debugger(LPCWSTR text) { g_debugTexts.push_back(text); }
+
 // A getter records its default unless empty; a setter refuses an empty name. A
 // list is settings name.1, name.2, ..., read back in the map's text order.
 TEST_F(ConfigStoreTest, TypedSettingsListsAndMerges)
@@ -198,6 +201,14 @@ TEST_F(ConfigStoreTest, TypedSettingsListsAndMerges)
     MakeFile(kPath, "a=new\r\nb=1\r\n");
     EXPECT_TRUE(store.MergeFile(kPath));
     EXPECT_EQ(L"T=True|a=new|ab.1=5|absentUInt=4000000000|b=1|n=-42x|t=true|", store.Settings());
+    {
+        ImportPatch debugger(GetModuleHandleW(NULL), "kernel32.dll", "OutputDebugStringW",
+                             reinterpret_cast<void*>(&Debugger));
+        store.Dump();  // for a debugger's eyes alone
+    }
+    EXPECT_EQ((Lines{L"==========[ Settings ]==========\n", L"T=True\n", L"a=new\n", L"ab.1=5\n",
+                     L"absentUInt=4000000000\n", L"b=1\n", L"n=-42x\n", L"t=true\n"}),
+              g_debugTexts);
     // The line readers take a line of up to 1023 characters whole.
     std::istringstream narrow(std::string(1023, 'n') + "\nnext");
     std::wistringstream wide(std::wstring(1023, L'w') + L"\nnext");
