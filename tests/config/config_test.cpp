@@ -95,6 +95,13 @@ TEST_F(ConfigStoreTest, LoadsAndSavesFilesAsTheFrameworkAlwaysHasAndRefusesARead
     EXPECT_EQ(L"[Section]", value);
     EXPECT_FALSE(store.DeleteFileValue(L"missing", first));
     EXPECT_FALSE(store.WriteFileValue(L"missing", L"9", first));
+    // A three- or four-byte file of two-byte text keeps its mark as text: the short files' mark tests take
+    // bytes for units.
+    for (const std::string& bytes : {std::string("\xFF\xFE\xFF"), std::string("\xFF\xFE\xFE"),
+                                     std::string("\xFF\xFE\xFF\0", 4), std::string("\xFF\xFE\xFE\0", 4)}) {
+        MakeFile(kPath, bytes);
+        EXPECT_EQ(2u, store.ReadFileValue(L"\xFEFF" + std::wstring(1, bytes[2] & 0xFF), value, kPath)) << bytes.size();
+    }
 
     // A parent that can't be written is refused before any change, and the framework's log says so. An existing
     // folder always passes (the run-time library checks only that it exists); a read-only file in its place
