@@ -129,7 +129,7 @@ TEST_F(ConfigStoreTest, LoadsAndSavesFilesAsTheFrameworkAlwaysHasAndRefusesARead
     const std::wstring text(reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / 2);
     EXPECT_EQ(0u, text.find(L"1|Configuration::[")) << text;
     EXPECT_NE(std::wstring::npos, text.find(L"] The directory >C:\\tessel\\scratch\\ro< is not writable\n")) << text;
-    // Later records each follow the one before, at level 1 with their time.
+    // Each later record begins after the one before, at level 1 with its time.
     for (const std::wstring& line : {std::wstring(L"Failed to save the setting a vaule=2\n"),
                                      L"Failed to load the configuration file >" + kPath + L"<\n"}) {
         const size_t at = text.find(L"] " + line);
