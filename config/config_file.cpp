@@ -194,8 +194,10 @@ bool ConfigBase::SaveFile(const std::wstring& path)
                 }
             }
         } catch (...) {
+            // Taken before the stream is built, whose allocations may reset it.
+            const DWORD lastError = GetLastError();
             std::wostringstream text;
-            text << L"Failed in SaveFile, lastError=" << GetLastError() << L"\n";
+            text << L"Failed in SaveFile, lastError=" << lastError << L"\n";
             KestraLogger::GetInstance().Log(kCategory, 1, L"%s", text.str().c_str());
             if (!reportedException)
                 ErrorHandler::GetInstance()->SetLastErrorCode(ErrorHandler::kUnknownErrorCode);

@@ -123,6 +123,14 @@ TEST_F(ConfigStoreTest, LoadsAndSavesFilesAsTheFrameworkAlwaysHasAndRefusesARead
     EXPECT_EQ("a=1\r\n", ReadFileBytes(kPath));
     MakeFile(kPath, "");
     EXPECT_FALSE(blocked.MergeFile(kPath));
+    // A setting whose step throws: a record with the last error (whatever the run-time's throw left there), and
+    // the save goes on.
+    struct Throwing : Store {
+        size_t ReadFileValue(const std::wstring&, std::wstring&, const std::wstring&) override { throw 1; }
+    } throwing;
+    throwing.SetString(L"a", L"3", 0);
+    EXPECT_TRUE(throwing.SaveFile(kPath));
+    EXPECT_EQ(1607, ErrorHandler::GetInstance()->GetLastErrorCode());
     KestraLogger::GetInstance().Unload();
     DeleteFileW(library.c_str());
     const std::string bytes = ReadFileBytes(kScratch + L"kestraLog.lines");
@@ -131,7 +139,8 @@ TEST_F(ConfigStoreTest, LoadsAndSavesFilesAsTheFrameworkAlwaysHasAndRefusesARead
     EXPECT_NE(std::wstring::npos, text.find(L"] The directory >C:\\tessel\\scratch\\ro< is not writable\n")) << text;
     // Each later record begins after the one before, at level 1 with its time.
     for (const std::wstring& line : {std::wstring(L"Failed to save the setting a vaule=2\n"),
-                                     L"Failed to load the configuration file >" + kPath + L"<\n"}) {
+                                     L"Failed to load the configuration file >" + kPath + L"<\n",
+                                     std::wstring(L"Failed in SaveFile, lastError=")}) {
         const size_t at = text.find(L"] " + line);
         EXPECT_TRUE(at != std::wstring::npos && text.rfind(L"\r\n1|Configuration::[", at) == text.rfind(L"\r\n", at))
             << text;
