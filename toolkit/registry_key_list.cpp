@@ -12,6 +12,14 @@ DWORD NameSizeFor(DWORD longest)
     return std::min<DWORD>(longest + 1, registry_key_list::kNameBufferChars);
 }
 
+// A value name too long for the buffer still names a value: it is kept cut short, so that a key holding only
+// such a value never reads as empty.
+bool NamedValue(LONG result, wchar_t (&buffer)[registry_key_list::kNameBufferChars])
+{
+    buffer[registry_key_list::kNameBufferChars - 1] = L'\0';
+    return result == ERROR_SUCCESS || result == ERROR_MORE_DATA;
+}
+
 }  // namespace
 
 registry_key_list::registry_key_list(HKEY hive, const std::wstring& subkey)
@@ -63,7 +71,7 @@ void registry_key_list::list_values()
         for (index = 0; index < value_count; ++index) {
             name_size = NameSizeFor(max_value_name_length);
             last_result = RegEnumValueW(key64, index, name_buffer, &name_size, NULL, NULL, NULL, NULL);
-            if (last_result == ERROR_SUCCESS) {
+            if (NamedValue(last_result, name_buffer)) {
                 names.push_back(name_buffer);
                 nativeNamed = true;
             }
@@ -85,7 +93,7 @@ void registry_key_list::list_values()
         for (index = 0; index < value_count; ++index) {
             name_size = NameSizeFor(max_value_name_length);
             last_result = RegEnumValueW(key32, index, name_buffer, &name_size, NULL, NULL, NULL, NULL);
-            if (last_result == ERROR_SUCCESS)
+            if (NamedValue(last_result, name_buffer))
                 names.push_back(name_buffer);
         }
     }
