@@ -188,6 +188,7 @@ TEST_F(FolderRemovalTest, DeleteHalyardFolderTakesTheFolderAndAnEmptiedParent)
             Make(paths)();
         };
     };
+    RefusedProcessStarts refused;  // the settings application is ended first, in every row
     RunCases({
         {"no location", "DeleteHalyardFolder", {}, nullptr, 0, Exactly({}), nullptr},
         // A folder already gone answers with the location's type.
@@ -200,6 +201,8 @@ TEST_F(FolderRemovalTest, DeleteHalyardFolderTakesTheFolderAndAnEmptiedParent)
         {"shared parent", "DeleteHalyardFolder", {}, located(REG_SZ, halyard, {halyard + L"\\H.exe", vane}), 0,
          Exactly({}), Present({vane}, {halyard})},
     });
+    EXPECT_EQ(Lines(5, L"\"C:\\windows\\system32\\TaskKill.exe /IM MarlinSettings.exe /F\""),
+              RefusedProcessStarts::CommandLines());
 }
 
 TEST_F(FolderRemovalTest, RemoveUSBMONAnswers1OnlyWhenItDeletedTheFolder)
