@@ -96,6 +96,9 @@ TEST_F(TaskTest, EachActionRunsItsSchtasksLines)
         {"RemoveSchedularTask", L"", nullptr, 1, {del + L"\"Orvel Updater\" /F"}, L""},
         {"DeleteSchedTaskonBranding", L"", laze(1), 0, {del + L"\"StartHalyard\" /F"}, L""},
         {"DeleteSchedTaskonBranding", L"", laze(2), 0, {}, L""},
+        // An empty value is read as the number the action starts from: none.
+        {"DeleteSchedTaskonBranding", L"",
+         [] { SetValue(HKEY_LOCAL_MACHINE, kUserKey, L"LazeStart", REG_BINARY, L"", 0); }, 0, {}, L""},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(::testing::Message() << row.action << " row " << (&row - rows));
