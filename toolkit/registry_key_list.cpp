@@ -12,11 +12,12 @@ DWORD NameSizeFor(DWORD longest)
     return std::min<DWORD>(longest + 1, registry_key_list::kNameBufferChars);
 }
 
-// A value name too long for the buffer still names a value: it is kept cut short, so that a key holding only
-// such a value never reads as empty.
+// A value name too long for the buffer still names a value: it is listed as an empty name, so that a key
+// holding only such a value never reads as empty.
 bool NamedValue(LONG result, wchar_t (&buffer)[registry_key_list::kNameBufferChars])
 {
-    buffer[registry_key_list::kNameBufferChars - 1] = L'\0';
+    if (result == ERROR_MORE_DATA)
+        buffer[0] = L'\0';
     return result == ERROR_SUCCESS || result == ERROR_MORE_DATA;
 }
 

@@ -88,15 +88,19 @@ TEST_F(RegistryTest, KeyListsMergeTheViews)
         CreateKey(HKLM, kKey + name, k32);
     SetText(HKLM, kKey + L"L", L"a", L"x", k64);
     SetText(HKLM, kKey + L"L", L"b32", L"x", k32);
-    // In F neither sub-key names nor a name too long for the buffer count as native names.
-    SetText(HKLM, kKey + L"F", Repeat(L'n', 600), L"x", k64);
+    // In F sub-key names don't count as native names; in G a value name too long for the buffer does, listed empty.
+    SetText(HKLM, kKey + L"G", Repeat(L'n', 600), L"x", k64);
+    SetText(HKLM, kKey + L"G", L"z", L"x", k32);
     SetText(HKLM, kKey + L"F", L"", L"default", k32);
     SetText(HKLM, kKey + L"F", L"z", L"x", k32);
     CreateKey(HKLM, kKey + L"F\\Only32", k32);  // one sub-key in that view alone
     // Native names first, then the 32-bit ones not yet listed, case counting; the 32-bit
     // values only stand in for a native view without names.
     const std::pair<const wchar_t*, Lines> rows[] = {
-        {L"L", {L"case", L"Native", L"Shared", L"CASE", L"Only32", L"a"}}, {L"F", {L"Sub", L"Only32", L"", L"z"}}, {L"X", {}}};
+        {L"L", {L"case", L"Native", L"Shared", L"CASE", L"Only32", L"a"}},
+        {L"F", {L"Sub", L"Only32", L"", L"z"}},
+        {L"G", {L""}},
+        {L"X", {}}};
     for (const auto& row : rows) {
         registry_key_list list(HKLM, kKey + row.first);
         list.list_sub_keys();
