@@ -137,6 +137,7 @@ TEST_F(ProfilerTest, DriversFoldersAndHelp)
         {"help removed", "RemoveHelp64", {}, [] { InstallRecorder(kHelpTool); }, 1, Exactly({}),
          helpLine(L" /product VS /version 100 /locale en-us /uninstall /vendor \"Orvel Corporation\" /mediaBookList "
                   L"\"Orvel Tracewell\" /productName \"Orvel Tracewell Performance Analyzer\" /silent")},
+        {"no help tool", "RemoveHelp64", {}, nullptr, 0, Exactly({}), nullptr},
     });
 }
 

@@ -73,12 +73,15 @@ TEST_F(AppControlTest, EachActionRunsItsLineFromItsLocation)
     }
 }
 
-// One quoted word that names no program: the system is handed it, and refuses it.
-TEST_F(AppControlTest, TerminatePixelSharpAppQuotesItsWholeLine)
+// One quoted word that names no program: the system is handed it, and refuses it. A launcher whose tool
+// can't start says 0.
+TEST_F(AppControlTest, ToolsThatCannotStartGiveTheirFailureResults)
 {
     RefusedProcessStarts refused;
+    EXPECT_EQ(0u, Session().Call("LoadProfile"));
     EXPECT_EQ(1603u, Session().Call("TerminatePixelSharpApp"));
-    EXPECT_EQ(Lines{L"\"" + kTaskKill + L" /IM hpvstray.exe /F\""}, RefusedProcessStarts::CommandLines());
+    EXPECT_EQ((Lines{kProfiler + L" -reload", L"\"" + kTaskKill + L" /IM hpvstray.exe /F\""}),
+              RefusedProcessStarts::CommandLines());
 }
 
 // Windows 7, as the prefix tells one program: no task is started, and the result is 1 all the same.
